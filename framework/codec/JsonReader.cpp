@@ -1,0 +1,138 @@
+// JSON reading: RapidJSON's SAX reader (default flags) drives the shared value
+// builder, so the tree is built in place without an intermediate document.
+#include <rapidjson/error/en.h>
+#include <rapidjson/reader.h>
+
+#include <cstring>
+#include <string>
+
+#include "framework/codec/Json.h"
+#include "framework/codec/internal/ValueBuilder.h"
+
+namespace Orvan::Framework {
+namespace {
+
+// A read-only byte stream over [begin, end) that reports '\0' at the end, so
+// text that is not NUL-terminated is never read past its last byte.
+struct BoundedStream {
+    using Ch = char;
+
+    BoundedStream(const char* first, const char* last) : cur(first), begin(first), end(last) {}
+
+    Ch Peek() const { return cur != end ? *cur : '\0'; }
+    Ch Take() { return cur != end ? *cur++ : '\0'; }
+    size_t Tell() const { return static_cast<size_t>(cur - begin); }
+
+    // Writing is only used by in-situ parsing, which is never requested.
+    Ch* PutBegin() { return nullptr; }
+    void Put(Ch) {}
+    void Flush() {}
+    size_t PutEnd(Ch*) { return 0; }
+
+    const char* cur;
+    const char* begin;
+    const char* end;
+};
+
+class BuildHandler {
+public:
+    explicit BuildHandler(BindingProperty& root) : builder_(root) {}
+
+    bool Null() {
+        builder_.Target();
+        return true;
+    }
+    bool Bool(bool b) {
+        builder_.Target().SetBool(b);
+        return true;
+    }
+    bool Int(int i) {
+        builder_.Target().SetSigned(i);
+        return true;
+    }
+    bool Uint(unsigned u) {
+        builder_.Target().SetUnsigned(u);
+        return true;
+    }
+    bool Int64(int64_t i) {
+        builder_.Target().SetSigned(i);
+        return true;
+    }
+    bool Uint64(uint64_t u) {
+        builder_.Target().SetUnsigned(u);
+        return true;
+    }
+    bool Double(double d) {
+        builder_.Target().SetFloat(d);
+        return true;
+    }
+    bool RawNumber(const char*, rapidjson::SizeType, bool) { return false; }  // not requested
+    bool String(const char* text, rapidjson::SizeType length, bool) {
+        builder_.Target().SetString(std::string_view(text, length));
+        return true;
+    }
+    bool StartObject() { return builder_.BeginStructure() != nullptr; }
+    bool Key(const char* text, rapidjson::SizeType length, bool) {
+        builder_.Key(std::string_view(text, length));
+        return true;
+    }
+    bool EndObject(rapidjson::SizeType) {
+        builder_.End();
+        return true;
+    }
+    bool StartArray() { return builder_.BeginCollection() != nullptr; }
+    bool EndArray(rapidjson::SizeType) {
+        builder_.End();
+        return true;
+    }
+
+private:
+    CodecInternal::ValueBuilder builder_;
+};
+
+}  // namespace
+}  // namespace Orvan::Framework
+
+namespace rapidjson {
+// The stream is two pointers; let the reader keep a local copy in registers.
+template <>
+struct StreamTraits<Orvan::Framework::BoundedStream> {
+    enum { copyOptimization = 1 };
+};
+}  // namespace rapidjson
+
+namespace Orvan::Framework {
+
+Maybe<BindingProperty> ReadJson(std::string_view text) {
+    const char* begin = text.data();
+    const char* end = begin + text.size();
+    if (const void* nul = text.empty() ? nullptr : std::memchr(begin, '\0', text.size())) {
+        end = static_cast<const char*>(nul);
+    }
+
+    const char* p = begin;
+    while (p != end && (*p == ' ' || *p == '\t' || *p == '\r' || *p == '\n')) {
+        ++p;
+    }
+    BindingProperty result;
+    if (p == end) {
+        return result;
+    }
+
+    // The reader starts at the beginning so that offsets count leading blanks.
+    BoundedStream stream(begin, end);
+    BuildHandler handler(result);
+    rapidjson::Reader reader;
+    rapidjson::ParseResult parsed = reader.Parse<rapidjson::kParseDefaultFlags>(stream, handler);
+    if (parsed.IsError()) {
+        std::string message = "Error: ";
+        message += rapidjson::GetParseError_En(parsed.Code());
+        message += " at offset ";
+        message += std::to_string(parsed.Offset());
+        message += '.';
+        return Failure(std::move(message));
+    }
+    return result;
+}
+
+}  // namespace Orvan::Framework
