@@ -1,0 +1,87 @@
+// BindingContext: the storage shared by one tree of BindingProperty values:
+// the string intern table and the four record pools (blob, enum, collection
+// and structure records).
+//
+// The records of composite values come from the pools; only the element
+// array of a collection and the field array of a structure grow on the heap.
+//
+// Ownership: created on first need by the standalone value at the root of a
+// tree, destroyed by it after it has cleared itself. Threads: one thread at a
+// time, like the tree.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+#include "framework/binding/BindingProperty.h"
+#include "framework/binding/internal/InternTable.h"
+#include "framework/binding/internal/SlotPool.h"
+
+namespace Orvan::Framework {
+
+namespace Internal {
+
+struct BlobRecord {
+    std::vector<uint8_t> bytes;
+};
+
+struct CollectionRecord {
+    BindingProperty* items;
+    size_t size;
+    size_t capacity;
+};
+
+// One field of a structure; the entries of a structure are contiguous and
+// sorted by name, which is what BindingProperty::FieldIterator walks.
+struct FieldEntry {
+    InternEntry* name;
+    BindingProperty value;
+};
+
+struct StructureRecord {
+    FieldEntry* items;
+    size_t size;
+    size_t capacity;
+};
+
+}  // namespace Internal
+
+class BindingContext {
+public:
+    BindingContext()
+        : blobs_(sizeof(Internal::BlobRecord)),
+          enums_(sizeof(BindingEnumValue)),
+          collections_(sizeof(Internal::CollectionRecord)),
+          structures_(sizeof(Internal::StructureRecord)) {}
+    BindingContext(const BindingContext&) = delete;
+    BindingContext& operator=(const BindingContext&) = delete;
+
+    Internal::InternTable& Strings() { return strings_; }
+    Internal::SlotPool& Blobs() { return blobs_; }
+    Internal::SlotPool& Enums() { return enums_; }
+    Internal::SlotPool& Collections() { return collections_; }
+    Internal::SlotPool& Structures() { return structures_; }
+
+    // Access to the handle's parts for the storage code of this library.
+    static uint64_t& Payload(BindingProperty& value) { return value.payload_; }
+    static uint64_t Payload(const BindingProperty& value) { return value.payload_; }
+    static BindingContext*& Context(BindingProperty& value) { return value.context_; }
+    static BindingContext* Context(const BindingProperty& value) { return value.context_; }
+    static BindingKind& Kind(BindingProperty& value) { return value.kind_; }
+    static uint8_t& OwnsContext(BindingProperty& value) { return value.ownsContext_; }
+    static uint8_t OwnsContext(const BindingProperty& value) { return value.ownsContext_; }
+
+    // The context a value stores into, created when a standalone value has
+    // none yet.
+    static BindingContext& Ensure(BindingProperty& value);
+
+private:
+    Internal::InternTable strings_;
+    Internal::SlotPool blobs_;
+    Internal::SlotPool enums_;
+    Internal::SlotPool collections_;
+    Internal::SlotPool structures_;
+};
+
+}  // namespace Orvan::Framework

@@ -1,0 +1,116 @@
+#include "framework/binding/internal/InternTable.h"
+
+#include <cstdlib>
+#include <cstring>
+#include <new>
+
+namespace Orvan::Framework::Internal {
+namespace {
+
+constexpr size_t kInitialBuckets = 16;
+
+struct StaticEmptyEntry {
+    InternEntry entry;
+    char text[8];
+};
+
+constinit StaticEmptyEntry gEmpty{{nullptr, kFnvOffsetBasis, 1, 0}, {}};
+
+}  // namespace
+
+InternEntry* InternTable::Empty() {
+    return &gEmpty.entry;
+}
+
+InternTable::~InternTable() {
+    for (size_t i = 0; i < bucketCount_; ++i) {
+        InternEntry* entry = buckets_[i];
+        while (entry != nullptr) {
+            InternEntry* next = entry->next;
+            std::free(entry);
+            entry = next;
+        }
+    }
+    std::free(buckets_);
+}
+
+InternEntry* InternTable::Intern(std::string_view text, uint32_t hash) {
+    if (text.empty()) {
+        return Empty();
+    }
+    if (bucketCount_ != 0) {
+        for (InternEntry* entry = buckets_[hash & (bucketCount_ - 1)]; entry != nullptr;
+             entry = entry->next) {
+            if (entry->hash == hash && entry->length == text.size() &&
+                std::memcmp(entry->Text(), text.data(), text.size()) == 0) {
+                ++entry->refCount;
+                return entry;
+            }
+        }
+    }
+    if (count_ + 1 > bucketCount_) {
+        Grow();
+    }
+    void* memory = std::malloc(sizeof(InternEntry) + text.size() + 1);
+    if (memory == nullptr) {
+        throw std::bad_alloc();
+    }
+    InternEntry** bucket = &buckets_[hash & (bucketCount_ - 1)];
+    auto* entry = ::new (memory) InternEntry{*bucket, hash, 1, text.size()};
+    char* copy = static_cast<char*>(memory) + sizeof(InternEntry);
+    std::memcpy(copy, text.data(), text.size());
+    copy[text.size()] = '\0';
+    *bucket = entry;
+    ++count_;
+    return entry;
+}
+
+const InternEntry* InternTable::Find(std::string_view text) const {
+    if (text.empty()) {
+        return Empty();
+    }
+    if (bucketCount_ == 0) {
+        return nullptr;
+    }
+    uint32_t hash = Fnv1a(text);
+    for (InternEntry* entry = buckets_[hash & (bucketCount_ - 1)]; entry != nullptr;
+         entry = entry->next) {
+        if (entry->hash == hash && entry->View() == text) {
+            return entry;
+        }
+    }
+    return nullptr;
+}
+
+void InternTable::Remove(InternEntry* entry) {
+    InternEntry** link = &buckets_[entry->hash & (bucketCount_ - 1)];
+    while (*link != entry) {
+        link = &(*link)->next;
+    }
+    *link = entry->next;
+    --count_;
+    std::free(entry);
+}
+
+void InternTable::Grow() {
+    size_t newCount = bucketCount_ == 0 ? kInitialBuckets : bucketCount_ * 2;
+    auto** fresh = static_cast<InternEntry**>(std::calloc(newCount, sizeof(InternEntry*)));
+    if (fresh == nullptr) {
+        throw std::bad_alloc();
+    }
+    for (size_t i = 0; i < bucketCount_; ++i) {
+        InternEntry* entry = buckets_[i];
+        while (entry != nullptr) {
+            InternEntry* next = entry->next;
+            InternEntry** bucket = &fresh[entry->hash & (newCount - 1)];
+            entry->next = *bucket;
+            *bucket = entry;
+            entry = next;
+        }
+    }
+    std::free(buckets_);
+    buckets_ = fresh;
+    bucketCount_ = newCount;
+}
+
+}  // namespace Orvan::Framework::Internal
