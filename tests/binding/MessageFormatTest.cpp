@@ -88,5 +88,48 @@ TEST(MessageFormatTest, DefaultTextOfExtremes) {
     EXPECT_EQ(Format("%1", false), "false");
 }
 
+TEST(MakeFailureTest, MessageAndTypedParameters) {
+    Failure failure = MakeFailure(500, "{method} to {url} failed: {error} ({missing}) {",
+                                  {{"method", "POST"},
+                                   {"url", std::string("/a/b")},
+                                   {"error", -7},
+                                   {"retry", true},
+                                   {"ratio", 0.5},
+                                   {"count", 3u}});
+    EXPECT_EQ(failure.code, 500u);
+    EXPECT_EQ(failure.message, "POST to /a/b failed: -7 ({missing}) {");
+
+    const BindingProperty& p = failure.parameters;
+    EXPECT_EQ(p.Kind(), BindingKind::Structure);
+    EXPECT_EQ(p.Size(), 7u);
+    EXPECT_EQ(p.Field("method_str").GetString(), "POST");
+    EXPECT_EQ(p.Field("url_str").GetString(), "/a/b");
+    EXPECT_EQ(p.Field("error_int").GetSigned(), -7);
+    EXPECT_EQ(p.Field("retry_bool").Kind(), BindingKind::Bool);
+    EXPECT_TRUE(p.Field("retry_bool").GetBool());
+    EXPECT_EQ(p.Field("ratio_float").GetFloat(), 0.5);
+    EXPECT_EQ(p.Field("count_int").GetUnsigned(), 3u);
+    EXPECT_EQ(p.Field("errorCode_int").AsUnsigned(), 500u);
+}
+
+TEST(MakeFailureTest, NamesWithATypeSuffixAreKept) {
+    Failure failure = MakeFailure(0, "{a_bool}{b_int}{c_long}{d_float}{e_str}{f_time}{g_flag}",
+                                  {{"a_bool", 1},
+                                   {"b_int", 2},
+                                   {"c_long", 3},
+                                   {"d_float", 4},
+                                   {"e_str", 5},
+                                   {"f_time", 6},
+                                   {"g_flag", 7}});
+    EXPECT_EQ(failure.message, "1234567");
+    std::vector<std::string> names;
+    for (const auto& field : failure.parameters.Fields()) {
+        names.emplace_back(field.name);
+    }
+    // A code of 0 is not stored; "_flag" is no type suffix.
+    EXPECT_EQ(names, (std::vector<std::string>{"a_bool", "b_int", "c_long", "d_float", "e_str",
+                                               "f_time", "g_flag_int"}));
+}
+
 }  // namespace
 }  // namespace Orvan::Framework
