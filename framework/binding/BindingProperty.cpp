@@ -97,11 +97,16 @@ private:
 };
 
 template <class T>
-T* AllocateArray(size_t count) {
+T* AllocateArray(BindingContext& context, size_t count) {
     if (count > std::numeric_limits<size_t>::max() / sizeof(T)) {
         throw std::length_error("BindingProperty: too many elements");
     }
-    return static_cast<T*>(::operator new(count * sizeof(T)));
+    return static_cast<T*>(context.Arena().Allocate(count * sizeof(T)));
+}
+
+template <class T>
+void FreeArray(BindingContext& context, T* items, size_t capacity) {
+    context.Arena().Free(items, capacity * sizeof(T));
 }
 
 // Makes `slot` (raw storage) an empty value inside the tree of `context`.
@@ -180,7 +185,7 @@ void FreeTree(BindingContext* context, Handle root) {
             for (size_t i = 0; i < record->size; ++i) {
                 visit(record->items[i]);
             }
-            ::operator delete(record->items);
+            FreeArray(*context, record->items, record->capacity);
             context->Collections().Free(record);
         } else {
             auto* record = As<StructureRecord>(node.payload);
@@ -188,7 +193,7 @@ void FreeTree(BindingContext* context, Handle root) {
                 context->Strings().Release(record->items[i].name);
                 visit(record->items[i].value);
             }
-            ::operator delete(record->items);
+            FreeArray(*context, record->items, record->capacity);
             context->Structures().Free(record);
         }
     }
@@ -237,7 +242,7 @@ Handle CopyNode(BindingContext& context, const BindingProperty& source,
         case BindingKind::Collection: {
             const auto* from = As<CollectionRecord>(payload);
             BindingProperty* items =
-                from->size ? AllocateArray<BindingProperty>(from->size) : nullptr;
+                from->size ? AllocateArray<BindingProperty>(context, from->size) : nullptr;
             void* slot = context.Collections().Allocate();
             auto* record = ::new (slot) CollectionRecord{items, from->size, from->size};
             for (size_t i = 0; i < from->size; ++i) {
@@ -248,7 +253,8 @@ Handle CopyNode(BindingContext& context, const BindingProperty& source,
         }
         case BindingKind::Structure: {
             const auto* from = As<StructureRecord>(payload);
-            FieldEntry* items = from->size ? AllocateArray<FieldEntry>(from->size) : nullptr;
+            FieldEntry* items =
+                from->size ? AllocateArray<FieldEntry>(context, from->size) : nullptr;
             void* slot = context.Structures().Allocate();
             auto* record = ::new (slot) StructureRecord{items, from->size, from->size};
             for (size_t i = 0; i < from->size; ++i) {
@@ -367,31 +373,57 @@ bool NodeEqual(const BindingProperty& left, const BindingProperty& right,
     return false;
 }
 
-// Names compare as NUL-terminated texts of unsigned bytes; stored names never
-// hold a NUL (see TruncateName), so length breaks ties.
-int CompareName(const InternEntry* name, std::string_view text) {
-    size_t common = std::min(name->length, text.size());
-    if (common != 0) {
-        int order = std::memcmp(name->Text(), text.data(), common);
-        if (order != 0) {
-            return order;
-        }
-    }
-    return name->length < text.size() ? -1 : (name->length > text.size() ? 1 : 0);
-}
-
 // A name is the text up to its first NUL, as it would be in C.
 std::string_view TruncateName(std::string_view name) {
-    if (!name.empty()) {
-        if (const void* nul = std::memchr(name.data(), '\0', name.size())) {
-            return name.substr(0, static_cast<const char*>(nul) - name.data());
+    const char* text = name.data();
+    size_t length = name.size();
+    size_t i = 0;
+    for (; i + 8 <= length; i += 8) {
+        uint64_t word;
+        std::memcpy(&word, text + i, 8);
+        if (((word - 0x0101010101010101ull) & ~word & 0x8080808080808080ull) != 0) {
+            break;
+        }
+    }
+    for (; i < length; ++i) {
+        if (text[i] == '\0') {
+            return name.substr(0, i);
         }
     }
     return name;
 }
 
+// A name being looked up, with its ordering key.
+struct NameKey {
+    std::string_view text;
+    uint64_t prefix;
+};
+
+NameKey MakeKey(std::string_view name) {
+    name = TruncateName(name);
+    return {name, Internal::PrefixKey(name.data(), name.size())};
+}
+
+// Names compare as NUL-terminated texts of unsigned bytes; stored names never
+// hold a NUL, so the zero-padded prefix keys decide unless the first eight
+// bytes agree, and length breaks the remaining ties.
+int CompareName(const InternEntry* name, const NameKey& key) {
+    if (name->prefix != key.prefix) {
+        return name->prefix < key.prefix ? -1 : 1;
+    }
+    size_t length = key.text.size();
+    if (name->length > 8 && length > 8) {
+        size_t common = std::min(name->length, length) - 8;
+        int order = std::memcmp(name->Text() + 8, key.text.data() + 8, common);
+        if (order != 0) {
+            return order;
+        }
+    }
+    return name->length < length ? -1 : (name->length > length ? 1 : 0);
+}
+
 // The position of `name` in the structure, or where it would be inserted.
-bool FindField(const StructureRecord& record, std::string_view name, size_t& position) {
+bool FindField(const StructureRecord& record, const NameKey& name, size_t& position) {
     size_t low = 0;
     size_t high = record.size;
     // Builders mostly add names in order; check the end first.
@@ -416,26 +448,26 @@ bool FindField(const StructureRecord& record, std::string_view name, size_t& pos
     return false;
 }
 
-void GrowCollection(CollectionRecord& record, size_t wanted) {
+void GrowCollection(BindingContext& context, CollectionRecord& record, size_t wanted) {
     size_t capacity = std::max(wanted, record.capacity ? record.capacity * 2 : kFirstCapacity);
-    BindingProperty* items = AllocateArray<BindingProperty>(capacity);
+    BindingProperty* items = AllocateArray<BindingProperty>(context, capacity);
     for (size_t i = 0; i < record.size; ++i) {
         ::new (&items[i]) BindingProperty();
         Relocate(items[i], record.items[i]);
     }
-    ::operator delete(record.items);
+    FreeArray(context, record.items, record.capacity);
     record.items = items;
     record.capacity = capacity;
 }
 
-void GrowStructure(StructureRecord& record, size_t wanted) {
+void GrowStructure(BindingContext& context, StructureRecord& record, size_t wanted) {
     size_t capacity = std::max(wanted, record.capacity ? record.capacity * 2 : kFirstCapacity);
-    FieldEntry* items = AllocateArray<FieldEntry>(capacity);
+    FieldEntry* items = AllocateArray<FieldEntry>(context, capacity);
     for (size_t i = 0; i < record.size; ++i) {
         ::new (&items[i]) FieldEntry{nullptr, BindingProperty()};
         Relocate(items[i], record.items[i]);
     }
-    ::operator delete(record.items);
+    FreeArray(context, record.items, record.capacity);
     record.items = items;
     record.capacity = capacity;
 }
@@ -443,7 +475,7 @@ void GrowStructure(StructureRecord& record, size_t wanted) {
 BindingProperty& InsertField(BindingContext* context, StructureRecord& record, size_t position,
                              InternEntry* name) {
     if (record.size == record.capacity) {
-        GrowStructure(record, record.size + 1);
+        GrowStructure(*context, record, record.size + 1);
     }
     FieldEntry* items = record.items;
     ConstructField(&items[record.size], name, context);
@@ -522,13 +554,11 @@ const char* BindingKindName(uint32_t code) {
     return code < std::size(kKindNames) ? kKindNames[code] : "";
 }
 
-BindingContext& BindingContext::Ensure(BindingProperty& value) {
-    if (value.context_ == nullptr) {
-        // Only a standalone value can lack a context: elements and fields are
-        // created with their parent's.
-        value.context_ = new BindingContext();
-        value.ownsContext_ = 1;
-    }
+BindingContext& BindingContext::Create(BindingProperty& value) {
+    // Only a standalone value can lack a context: elements and fields are
+    // created with their parent's.
+    value.context_ = new BindingContext();
+    value.ownsContext_ = 1;
     return *value.context_;
 }
 
@@ -864,7 +894,7 @@ BindingProperty& BindingProperty::Append() {
     }
     auto* record = As<CollectionRecord>(payload_);
     if (record->size == record->capacity) {
-        GrowCollection(*record, record->size + 1);
+        GrowCollection(*context_, *record, record->size + 1);
     }
     BindingProperty& element = record->items[record->size];
     ConstructChild(&element, context_);
@@ -877,7 +907,7 @@ void BindingProperty::Reserve(size_t count) {
     if (kind_ == BindingKind::Structure) {
         auto* record = As<StructureRecord>(payload_);
         if (count > record->capacity) {
-            GrowStructure(*record, count);
+            GrowStructure(*context_, *record, count);
         }
         return;
     }
@@ -886,7 +916,7 @@ void BindingProperty::Reserve(size_t count) {
     }
     auto* record = As<CollectionRecord>(payload_);
     if (count > record->capacity) {
-        GrowCollection(*record, count);
+        GrowCollection(*context_, *record, count);
     }
 }
 
@@ -896,7 +926,7 @@ void BindingProperty::Resize(size_t count) {
     }
     auto* record = As<CollectionRecord>(payload_);
     if (count > record->capacity) {
-        GrowCollection(*record, count);
+        GrowCollection(*context_, *record, count);
     }
     while (record->size > count) {
         BindingProperty& last = record->items[--record->size];
@@ -927,19 +957,19 @@ std::span<BindingProperty> BindingProperty::MutableElements() {
 // --- structures -------------------------------------------------------------
 
 BindingProperty& BindingProperty::MutableField(std::string_view name) {
-    name = TruncateName(name);
+    NameKey key = MakeKey(name);
     if (kind_ != BindingKind::Structure) {
         // Intern before clearing: the name may be text of this very value.
-        InternEntry* entry = BindingContext::Ensure(*this).Strings().Intern(name);
+        InternEntry* entry = BindingContext::Ensure(*this).Strings().Intern(key.text);
         SetEmptyStructure();
         return InsertField(context_, *As<StructureRecord>(payload_), 0, entry);
     }
     auto* record = As<StructureRecord>(payload_);
     size_t position;
-    if (FindField(*record, name, position)) {
+    if (FindField(*record, key, position)) {
         return record->items[position].value;
     }
-    return InsertField(context_, *record, position, context_->Strings().Intern(name));
+    return InsertField(context_, *record, position, context_->Strings().Intern(key.text));
 }
 
 const BindingProperty& BindingProperty::Field(std::string_view name) const {
@@ -948,8 +978,8 @@ const BindingProperty& BindingProperty::Field(std::string_view name) const {
     }
     const auto* record = As<StructureRecord>(payload_);
     size_t position;
-    return FindField(*record, TruncateName(name), position) ? record->items[position].value
-                                                            : EmptyValue();
+    return FindField(*record, MakeKey(name), position) ? record->items[position].value
+                                                       : EmptyValue();
 }
 
 bool BindingProperty::HasField(std::string_view name) const {
@@ -957,7 +987,7 @@ bool BindingProperty::HasField(std::string_view name) const {
         return false;
     }
     size_t position;
-    return FindField(*As<StructureRecord>(payload_), TruncateName(name), position);
+    return FindField(*As<StructureRecord>(payload_), MakeKey(name), position);
 }
 
 bool BindingProperty::RemoveField(std::string_view name) {
@@ -966,7 +996,7 @@ bool BindingProperty::RemoveField(std::string_view name) {
     }
     auto* record = As<StructureRecord>(payload_);
     size_t position;
-    if (!FindField(*record, TruncateName(name), position)) {
+    if (!FindField(*record, MakeKey(name), position)) {
         return false;
     }
     FieldEntry& entry = record->items[position];

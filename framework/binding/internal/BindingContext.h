@@ -2,8 +2,9 @@
 // the string intern table and the four record pools (blob, enum, collection
 // and structure records).
 //
-// The records of composite values come from the pools; only the element
-// array of a collection and the field array of a structure grow on the heap.
+// The records of composite values come from the pools; interned texts and
+// the element and field arrays of collections and structures come from the
+// tree's block arena (the largest arrays from the general heap).
 //
 // Ownership: created on first need by the standalone value at the root of a
 // tree, destroyed by it after it has cleared itself. Threads: one thread at a
@@ -15,6 +16,7 @@
 #include <vector>
 
 #include "framework/binding/BindingProperty.h"
+#include "framework/binding/internal/BlockArena.h"
 #include "framework/binding/internal/InternTable.h"
 #include "framework/binding/internal/SlotPool.h"
 
@@ -50,13 +52,15 @@ struct StructureRecord {
 class BindingContext {
 public:
     BindingContext()
-        : blobs_(sizeof(Internal::BlobRecord)),
+        : strings_(arena_),
+          blobs_(sizeof(Internal::BlobRecord)),
           enums_(sizeof(BindingEnumValue)),
           collections_(sizeof(Internal::CollectionRecord)),
           structures_(sizeof(Internal::StructureRecord)) {}
     BindingContext(const BindingContext&) = delete;
     BindingContext& operator=(const BindingContext&) = delete;
 
+    Internal::BlockArena& Arena() { return arena_; }
     Internal::InternTable& Strings() { return strings_; }
     Internal::SlotPool& Blobs() { return blobs_; }
     Internal::SlotPool& Enums() { return enums_; }
@@ -74,9 +78,15 @@ public:
 
     // The context a value stores into, created when a standalone value has
     // none yet.
-    static BindingContext& Ensure(BindingProperty& value);
+    static BindingContext& Ensure(BindingProperty& value) {
+        return value.context_ != nullptr ? *value.context_ : Create(value);
+    }
 
 private:
+    static BindingContext& Create(BindingProperty& value);
+
+    // Declared first: the table returns its entries to the arena.
+    Internal::BlockArena arena_;
     Internal::InternTable strings_;
     Internal::SlotPool blobs_;
     Internal::SlotPool enums_;

@@ -1,7 +1,6 @@
 #include "framework/binding/internal/InternTable.h"
 
 #include <cstdlib>
-#include <cstring>
 #include <new>
 
 namespace Orvan::Framework::Internal {
@@ -14,7 +13,11 @@ struct StaticEmptyEntry {
     char text[8];
 };
 
-constinit StaticEmptyEntry gEmpty{{nullptr, kFnvOffsetBasis, 1, 0}, {}};
+constinit StaticEmptyEntry gEmpty{{nullptr, kFnvOffsetBasis, 1, 0, 0}, {}};
+
+size_t EntrySize(size_t length) {
+    return sizeof(InternEntry) + length + 1;
+}
 
 }  // namespace
 
@@ -27,17 +30,14 @@ InternTable::~InternTable() {
         InternEntry* entry = buckets_[i];
         while (entry != nullptr) {
             InternEntry* next = entry->next;
-            std::free(entry);
+            arena_.Free(entry, EntrySize(entry->length));
             entry = next;
         }
     }
     std::free(buckets_);
 }
 
-InternEntry* InternTable::Intern(std::string_view text, uint32_t hash) {
-    if (text.empty()) {
-        return Empty();
-    }
+InternEntry* InternTable::Insert(std::string_view text, uint32_t hash, uint64_t prefix) {
     if (bucketCount_ != 0) {
         for (InternEntry* entry = buckets_[hash & (bucketCount_ - 1)]; entry != nullptr;
              entry = entry->next) {
@@ -51,12 +51,9 @@ InternEntry* InternTable::Intern(std::string_view text, uint32_t hash) {
     if (count_ + 1 > bucketCount_) {
         Grow();
     }
-    void* memory = std::malloc(sizeof(InternEntry) + text.size() + 1);
-    if (memory == nullptr) {
-        throw std::bad_alloc();
-    }
+    void* memory = arena_.Allocate(EntrySize(text.size()));
     InternEntry** bucket = &buckets_[hash & (bucketCount_ - 1)];
-    auto* entry = ::new (memory) InternEntry{*bucket, hash, 1, text.size()};
+    auto* entry = ::new (memory) InternEntry{*bucket, hash, 1, text.size(), prefix};
     char* copy = static_cast<char*>(memory) + sizeof(InternEntry);
     std::memcpy(copy, text.data(), text.size());
     copy[text.size()] = '\0';
@@ -89,7 +86,11 @@ void InternTable::Remove(InternEntry* entry) {
     }
     *link = entry->next;
     --count_;
-    std::free(entry);
+    InternEntry*& recent = recent_[RecentSlot(entry->prefix, entry->length)];
+    if (recent == entry) {
+        recent = nullptr;
+    }
+    arena_.Free(entry, EntrySize(entry->length));
 }
 
 void InternTable::Grow() {

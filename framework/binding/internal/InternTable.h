@@ -4,14 +4,21 @@
 // The empty text is never stored: it is one static entry shared by every
 // tree, and taking or dropping it touches no table. Entries never move, so a
 // value may hold a pointer to its entry for as long as it holds a reference.
+// A small direct-mapped cache of recent entries lets the texts that repeat
+// through a tree (field names above all) skip hashing.
 //
-// Ownership: the table owns its entries; an entry leaves the table when its
-// count reaches zero. Threads: one thread at a time.
+// Ownership: the table owns its entries, which live in the tree's arena; an
+// entry leaves the table when its count reaches zero. Threads: one thread at
+// a time.
 #pragma once
 
+#include <bit>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <string_view>
+
+#include "framework/binding/internal/BlockArena.h"
 
 namespace Orvan::Framework::Internal {
 
@@ -26,12 +33,60 @@ inline uint32_t Fnv1a(std::string_view text) {
     return hash;
 }
 
+inline uint64_t ByteSwap(uint64_t value) {
+#if defined(_MSC_VER) && !defined(__clang__)
+    return _byteswap_uint64(value);
+#else
+    return __builtin_bswap64(value);
+#endif
+}
+
+inline uint64_t LoadBigEndian64(const char* bytes) {
+    uint64_t value;
+    std::memcpy(&value, bytes, 8);
+    if constexpr (std::endian::native == std::endian::little) {
+        value = ByteSwap(value);
+    }
+    return value;
+}
+
+inline uint64_t LoadBigEndian32(const char* bytes) {
+    const auto* b = reinterpret_cast<const unsigned char*>(bytes);
+    return (uint64_t{b[0]} << 24) | (uint64_t{b[1]} << 16) | (uint64_t{b[2]} << 8) | b[3];
+}
+
+// The first eight bytes of a text as a number that orders like the bytes
+// (unsigned, zero-padded), so most name comparisons are one integer compare.
+// Built from whole loads: short texts are read as two overlapping words.
+inline uint64_t PrefixKey(const char* text, size_t length) {
+    if (length >= 8) {
+        return LoadBigEndian64(text);
+    }
+    if (length >= 4) {
+        return (LoadBigEndian32(text) << 32) |
+               (LoadBigEndian32(text + length - 4) << (64 - 8 * length));
+    }
+    const auto* b = reinterpret_cast<const unsigned char*>(text);
+    uint64_t value = 0;
+    if (length >= 1) {
+        value |= uint64_t{b[0]} << 56;
+    }
+    if (length >= 2) {
+        value |= uint64_t{b[1]} << 48;
+    }
+    if (length >= 3) {
+        value |= uint64_t{b[2]} << 40;
+    }
+    return value;
+}
+
 // Followed in memory by the text and a terminating NUL.
 struct InternEntry {
     InternEntry* next;
     uint32_t hash;
     uint32_t refCount;
     size_t length;
+    uint64_t prefix;  // PrefixKey of the text
 
     const char* Text() const { return reinterpret_cast<const char*>(this) + sizeof(InternEntry); }
     std::string_view View() const { return {Text(), length}; }
@@ -39,7 +94,7 @@ struct InternEntry {
 
 class InternTable {
 public:
-    InternTable() = default;
+    explicit InternTable(BlockArena& arena) : arena_(arena) {}
     ~InternTable();
     InternTable(const InternTable&) = delete;
     InternTable& operator=(const InternTable&) = delete;
@@ -49,10 +104,24 @@ public:
 
     // A new reference to the entry of `text`, inserted when missing.
     InternEntry* Intern(std::string_view text) {
-        return text.empty() ? Empty() : Intern(text, Fnv1a(text));
+        if (text.empty()) {
+            return Empty();
+        }
+        uint64_t prefix = PrefixKey(text.data(), text.size());
+        InternEntry*& recent = recent_[RecentSlot(prefix, text.size())];
+        if (recent != nullptr && recent->prefix == prefix && recent->length == text.size() &&
+            (text.size() <= 8 ||
+             std::memcmp(recent->Text() + 8, text.data() + 8, text.size() - 8) == 0)) {
+            ++recent->refCount;
+            return recent;
+        }
+        recent = Insert(text, Fnv1a(text), prefix);
+        return recent;
     }
     // As above with the hash already known (copies between trees).
-    InternEntry* Intern(std::string_view text, uint32_t hash);
+    InternEntry* Intern(std::string_view text, uint32_t hash) {
+        return text.empty() ? Empty() : Insert(text, hash, PrefixKey(text.data(), text.size()));
+    }
 
     static void Retain(InternEntry* entry) {
         if (entry->length != 0) {
@@ -71,12 +140,22 @@ public:
     const InternEntry* Find(std::string_view text) const;
 
 private:
+    static constexpr size_t kRecentSlots = 64;
+
+    static size_t RecentSlot(uint64_t prefix, size_t length) {
+        uint64_t mixed = (prefix ^ (length * 0x9E3779B97F4A7C15ull)) * 0xBF58476D1CE4E5B9ull;
+        return static_cast<size_t>(mixed >> 58);
+    }
+
+    InternEntry* Insert(std::string_view text, uint32_t hash, uint64_t prefix);
     void Remove(InternEntry* entry);
     void Grow();
 
+    BlockArena& arena_;
     InternEntry** buckets_ = nullptr;
     size_t bucketCount_ = 0;  // zero or a power of two
     size_t count_ = 0;
+    InternEntry* recent_[kRecentSlots] = {};
 };
 
 }  // namespace Orvan::Framework::Internal
