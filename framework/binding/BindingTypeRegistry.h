@@ -88,6 +88,15 @@ struct BindingTypeInfo {
     std::vector<BindingFieldInfo> fields;                             // registration order
     std::map<std::string, BindingEnumValueInfo, std::less<>> values;  // by name
     const BindingTypeRegistry* registry = nullptr;
+    // The converter of the type itself, set by the typed registration calls;
+    // type-erased conversion uses it (it knows, for one, the signedness of an
+    // enumeration's underlying type).
+    std::unique_ptr<BindingFieldConverter> converter;
+
+    BindingTypeInfo();
+    ~BindingTypeInfo();
+    BindingTypeInfo(const BindingTypeInfo&) = delete;
+    BindingTypeInfo& operator=(const BindingTypeInfo&) = delete;
 
     bool IsEnum() const { return category == BindingTypeCategory::Enumeration; }
     // The enumerator of that name, or null.
@@ -117,6 +126,7 @@ public:
                                  const BindingTypeIdentifier& type,
                                  const BindingTypeIdentifier& secondType, uint32_t flags,
                                  std::unique_ptr<BindingFieldConverter> converter, bool optional);
+    BindingTypeBuilder& SetConverter(std::unique_ptr<BindingFieldConverter> converter);
     BindingTypeBuilder& SetDescription(std::string_view description);
     BindingTypeBuilder& SetNameSpace(std::string_view nameSpace);
     BindingTypeBuilder& AddTag(std::string_view tag);  // empty tags are not added

@@ -60,7 +60,9 @@ uint32_t MemberOffset(M C::*member) {
 template <class T>
 class StructRegistration {
 public:
-    explicit StructRegistration(BindingTypeBuilder builder) : builder_(builder) {}
+    explicit StructRegistration(BindingTypeBuilder builder) : builder_(builder) {
+        builder_.SetConverter(MakeFieldConverter<T>());
+    }
 
     template <class M, class C>
     StructRegistration& Field(std::string_view name, M C::*member,
@@ -111,7 +113,9 @@ private:
 template <class E>
 class EnumRegistration {
 public:
-    explicit EnumRegistration(BindingTypeBuilder builder) : builder_(builder) {}
+    explicit EnumRegistration(BindingTypeBuilder builder) : builder_(builder) {
+        builder_.SetConverter(MakeFieldConverter<E>());
+    }
 
     EnumRegistration& Value(std::string_view name, E value, std::string_view description = {}) {
         builder_.AddValue(name, static_cast<int32_t>(value), description);
