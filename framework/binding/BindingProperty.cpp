@@ -209,7 +209,7 @@ InternEntry* InternInto(BindingContext& context, const BindingProperty& owner, I
         InternTable::Retain(entry);
         return entry;
     }
-    return context.Strings().Intern(entry->View(), entry->hash);
+    return context.Strings().InternCopy(*entry);
 }
 
 // Copies one node into `context`; children of composites are created empty
@@ -422,6 +422,10 @@ int CompareName(const InternEntry* name, const NameKey& key) {
     return name->length < length ? -1 : (name->length > length ? 1 : 0);
 }
 
+InternEntry* InternName(BindingContext& context, const NameKey& key) {
+    return key.text.empty() ? InternTable::Empty() : context.Strings().Intern(key.text, key.prefix);
+}
+
 // The position of `name` in the structure, or where it would be inserted.
 bool FindField(const StructureRecord& record, const NameKey& name, size_t& position) {
     size_t low = 0;
@@ -474,13 +478,24 @@ void GrowStructure(BindingContext& context, StructureRecord& record, size_t want
 
 BindingProperty& InsertField(BindingContext* context, StructureRecord& record, size_t position,
                              InternEntry* name) {
-    if (record.size == record.capacity) {
-        GrowStructure(*context, record, record.size + 1);
-    }
     FieldEntry* items = record.items;
-    ConstructField(&items[record.size], name, context);
-    for (size_t i = record.size; i > position; --i) {
-        Relocate(items[i], items[i - 1]);
+    if (record.size == record.capacity) {
+        // Grow and open the gap in one pass.
+        size_t capacity = record.capacity ? record.capacity * 2 : kFirstCapacity;
+        items = AllocateArray<FieldEntry>(*context, capacity);
+        for (size_t i = 0; i < record.size; ++i) {
+            FieldEntry* target = &items[i < position ? i : i + 1];
+            ::new (target) FieldEntry{nullptr, BindingProperty()};
+            Relocate(*target, record.items[i]);
+        }
+        FreeArray(*context, record.items, record.capacity);
+        record.items = items;
+        record.capacity = capacity;
+    } else if (position < record.size) {
+        ::new (&items[record.size]) FieldEntry{nullptr, BindingProperty()};
+        for (size_t i = record.size; i > position; --i) {
+            Relocate(items[i], items[i - 1]);
+        }
     }
     ConstructField(&items[position], name, context);
     ++record.size;
@@ -565,11 +580,15 @@ BindingContext& BindingContext::Create(BindingProperty& value) {
 // --- lifetime ---------------------------------------------------------------
 
 BindingProperty::~BindingProperty() {
-    if (kind_ != BindingKind::Empty) {
-        FreeTree(context_, {kind_, payload_});
-    }
-    if (ownsContext_ != 0) {
+    if (ownsContext_ != 0 && context_ != nullptr) {
+        // The context takes every string, record and array with it; only blob
+        // bytes live outside it and need the tree walked.
+        if (kind_ != BindingKind::Empty && context_->Blobs().LiveSlots() != 0) {
+            FreeTree(context_, {kind_, payload_});
+        }
         delete context_;
+    } else if (kind_ != BindingKind::Empty) {
+        FreeTree(context_, {kind_, payload_});
     }
 }
 
@@ -960,7 +979,7 @@ BindingProperty& BindingProperty::MutableField(std::string_view name) {
     NameKey key = MakeKey(name);
     if (kind_ != BindingKind::Structure) {
         // Intern before clearing: the name may be text of this very value.
-        InternEntry* entry = BindingContext::Ensure(*this).Strings().Intern(key.text);
+        InternEntry* entry = InternName(BindingContext::Ensure(*this), key);
         SetEmptyStructure();
         return InsertField(context_, *As<StructureRecord>(payload_), 0, entry);
     }
@@ -969,7 +988,7 @@ BindingProperty& BindingProperty::MutableField(std::string_view name) {
     if (FindField(*record, key, position)) {
         return record->items[position].value;
     }
-    return InsertField(context_, *record, position, context_->Strings().Intern(key.text));
+    return InsertField(context_, *record, position, InternName(*context_, key));
 }
 
 const BindingProperty& BindingProperty::Field(std::string_view name) const {

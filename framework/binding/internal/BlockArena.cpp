@@ -21,6 +21,11 @@ namespace Orvan::Framework::Internal {
 using Platform::PageSource;
 
 BlockArena::~BlockArena() {
+    while (large_ != nullptr) {
+        LargeLink* link = large_;
+        large_ = link->next;
+        ::operator delete(link);
+    }
     while (pages_ != nullptr) {
         PageLink* page = pages_;
         pages_ = page->next;
@@ -59,11 +64,28 @@ void* BlockArena::Carve(size_t size) {
 }
 
 void* BlockArena::AllocateLarge(size_t size) {
-    return ::operator new(size == 0 ? 1 : size);
+    if (size > static_cast<size_t>(-1) - sizeof(LargeLink)) {
+        throw std::bad_alloc();
+    }
+    auto* link = ::new (::operator new(sizeof(LargeLink) + size)) LargeLink{nullptr, large_};
+    if (large_ != nullptr) {
+        large_->prev = link;
+    }
+    large_ = link;
+    return link + 1;
 }
 
 void BlockArena::FreeLarge(void* block) {
-    ::operator delete(block);
+    LargeLink* link = static_cast<LargeLink*>(block) - 1;
+    if (link->prev != nullptr) {
+        link->prev->next = link->next;
+    } else {
+        large_ = link->next;
+    }
+    if (link->next != nullptr) {
+        link->next->prev = link->prev;
+    }
+    ::operator delete(link);
 }
 
 void BlockArena::Poison(void* address, size_t size) {

@@ -6,6 +6,8 @@
 // own free list; the caller states the size again when freeing, so blocks
 // carry no header. Larger blocks come from the general heap. Pages are kept
 // until the arena is destroyed, so a tree's steady state reuses its blocks.
+// Destroying the arena releases every block, so a whole tree can be dropped
+// without visiting it.
 //
 // Ownership: the arena owns its pages; blocks must not outlive it.
 // Threads: one thread at a time.
@@ -65,13 +67,18 @@ private:
     struct PageLink {
         PageLink* next;
     };
+    // Heads every heap block, so the arena can free what a tree left behind.
+    struct alignas(16) LargeLink {
+        LargeLink* prev;
+        LargeLink* next;
+    };
 
     static constexpr size_t kClasses = kMaxBlock / kGranule;
     static constexpr size_t kPageHeader = 16;
 
     void* Carve(size_t size);
-    static void* AllocateLarge(size_t size);
-    static void FreeLarge(void* block);
+    void* AllocateLarge(size_t size);
+    void FreeLarge(void* block);
     static void Poison(void* address, size_t size);
     static void Unpoison(void* address, size_t size);
 
@@ -79,6 +86,7 @@ private:
     char* cursor_ = nullptr;
     char* limit_ = nullptr;
     PageLink* pages_ = nullptr;
+    LargeLink* large_ = nullptr;
     size_t pageCount_ = 0;
 };
 

@@ -25,15 +25,8 @@ InternEntry* InternTable::Empty() {
     return &gEmpty.entry;
 }
 
+// The entries live in the arena, which outlives the table and releases them.
 InternTable::~InternTable() {
-    for (size_t i = 0; i < bucketCount_; ++i) {
-        InternEntry* entry = buckets_[i];
-        while (entry != nullptr) {
-            InternEntry* next = entry->next;
-            arena_.Free(entry, EntrySize(entry->length));
-            entry = next;
-        }
-    }
     std::free(buckets_);
 }
 

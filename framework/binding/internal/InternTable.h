@@ -7,8 +7,8 @@
 // A small direct-mapped cache of recent entries lets the texts that repeat
 // through a tree (field names above all) skip hashing.
 //
-// Ownership: the table owns its entries, which live in the tree's arena; an
-// entry leaves the table when its count reaches zero. Threads: one thread at
+// Ownership: the table owns its entries, which live in the tree's arena (and
+// go with it); an entry leaves the table when its count reaches zero. Threads: one thread at
 // a time.
 #pragma once
 
@@ -104,10 +104,10 @@ public:
 
     // A new reference to the entry of `text`, inserted when missing.
     InternEntry* Intern(std::string_view text) {
-        if (text.empty()) {
-            return Empty();
-        }
-        uint64_t prefix = PrefixKey(text.data(), text.size());
+        return text.empty() ? Empty() : Intern(text, PrefixKey(text.data(), text.size()));
+    }
+    // As above with the text's PrefixKey already known; `text` is not empty.
+    InternEntry* Intern(std::string_view text, uint64_t prefix) {
         InternEntry*& recent = recent_[RecentSlot(prefix, text.size())];
         if (recent != nullptr && recent->prefix == prefix && recent->length == text.size() &&
             (text.size() <= 8 ||
@@ -115,12 +115,17 @@ public:
             ++recent->refCount;
             return recent;
         }
-        recent = Insert(text, Fnv1a(text), prefix);
-        return recent;
+        InternEntry* entry = Insert(text, Fnv1a(text), prefix);
+        // Only texts seen twice enter the cache, so a stream of unique values
+        // cannot evict the names that repeat.
+        if (entry->refCount > 1) {
+            recent = entry;
+        }
+        return entry;
     }
-    // As above with the hash already known (copies between trees).
-    InternEntry* Intern(std::string_view text, uint32_t hash) {
-        return text.empty() ? Empty() : Insert(text, hash, PrefixKey(text.data(), text.size()));
+    // A reference to the entry of a text held by another tree's entry.
+    InternEntry* InternCopy(const InternEntry& source) {
+        return source.length == 0 ? Empty() : Insert(source.View(), source.hash, source.prefix);
     }
 
     static void Retain(InternEntry* entry) {
