@@ -102,6 +102,36 @@ bool IsOmittable(const BindingProperty& value) {
     return false;
 }
 
+// The input value of each registered field, by registration index; null when
+// the input lacks it. Small records stay on the stack.
+class FieldValues {
+public:
+    explicit FieldValues(size_t count) {
+        if (count > kInline) {
+            heap_.assign(count, nullptr);
+            data_ = heap_.data();
+        } else {
+            inline_.fill(nullptr);
+        }
+    }
+    const BindingProperty*& operator[](size_t index) { return data_[index]; }
+
+private:
+    static constexpr size_t kInline = 64;
+    std::array<const BindingProperty*, kInline> inline_;
+    std::vector<const BindingProperty*> heap_;
+    const BindingProperty** data_ = inline_.data();
+};
+
+void ConvertMember(BindingConversion& c, const BindingFieldInfo& member, const char* base,
+                   BindingProperty& output) {
+    BindingProperty& slot = output.MutableField(member.name);
+    member.converter->ConvertToProperty(c, base + member.offset, slot);
+    if (c.Ok() && (member.flags & kOmitIfEmpty) != 0 && IsOmittable(slot)) {
+        output.RemoveField(member.name);
+    }
+}
+
 }  // namespace
 
 void ReportRequired(BindingConversion& c, std::string_view field) {
@@ -469,10 +499,36 @@ void AssignStruct(BindingConversion& c, const BindingTypeInfo* info, const Bindi
                       field, info->name));
         return;
     }
+    // Pair the input's fields with the registered ones in one walk over both
+    // name-ordered lists, then convert in registration order, which decides
+    // whose failure is reported.
+    const size_t count = info->fields.size();
+    FieldValues values(count);
+    size_t next = 0;
+    for (BindingProperty::FieldRef entry : input.Fields()) {
+        while (next < count) {
+            const uint32_t index = info->fieldsByName[next];
+            const int order = entry.name.compare(info->fields[index].name);
+            if (order < 0) {
+                break;  // an input field nobody registered
+            }
+            if (order == 0) {
+                values[index] = &entry.value;
+            }
+            ++next;
+            if (order == 0 &&
+                (next == count || info->fields[info->fieldsByName[next]].name != entry.name)) {
+                break;
+            }
+        }
+        if (next == count) {
+            break;
+        }
+    }
     char* base = static_cast<char*>(target);
-    for (const BindingFieldInfo& member : info->fields) {
-        const BindingProperty& value = input.Field(member.name);
-        if (value.IsEmpty()) {
+    for (size_t i = 0; i < count; ++i) {
+        const BindingFieldInfo& member = info->fields[i];
+        if (values[i] == nullptr || values[i]->IsEmpty()) {
             // Absent and not required: the member keeps what it held.
             if ((member.flags & kRequired) != 0) {
                 c.Fail(
@@ -483,7 +539,7 @@ void AssignStruct(BindingConversion& c, const BindingTypeInfo* info, const Bindi
             }
             continue;
         }
-        member.converter->AssignFromProperty(c, value, member.name, base + member.offset);
+        member.converter->AssignFromProperty(c, *values[i], member.name, base + member.offset);
         if (!c.Ok()) {
             return;
         }
@@ -519,16 +575,31 @@ void ConvertStruct(BindingConversion& c, const BindingTypeInfo* info, const void
         c.Fail("Couldn't convert native value because it's an unregistered structure.");
         return;
     }
-    output.SetEmptyStructure();
     const char* base = static_cast<const char*>(source);
+    // Fields are added in name order, so each one lands at the end of the
+    // structure without a search or a shift.
+    output.SetEmptyStructure();
+    output.Reserve(info->fields.size());
+    for (uint32_t index : info->fieldsByName) {
+        const BindingFieldInfo& member = info->fields[index];
+        ConvertMember(c, member, base, output);
+        if (!c.Ok()) {
+            break;
+        }
+    }
+    if (c.Ok()) {
+        return;
+    }
+    // The failure found in name order need not be the first in registration
+    // order, which decides the message. Failures are rare and converting to a
+    // value has no side effects: start over in registration order.
+    c.result.ok = 1;
+    c.result.value.Clear();
+    output.SetEmptyStructure();
     for (const BindingFieldInfo& member : info->fields) {
-        BindingProperty& slot = output.MutableField(member.name);
-        member.converter->ConvertToProperty(c, base + member.offset, slot);
+        ConvertMember(c, member, base, output);
         if (!c.Ok()) {
             return;
-        }
-        if ((member.flags & kOmitIfEmpty) != 0 && IsOmittable(slot)) {
-            output.RemoveField(member.name);
         }
     }
 }

@@ -10,6 +10,7 @@
 #include <limits>
 #include <new>
 #include <stdexcept>
+#include <type_traits>
 
 #include "framework/binding/internal/BindingContext.h"
 
@@ -122,18 +123,19 @@ void ConstructField(FieldEntry* slot, InternEntry* name, BindingContext* context
     Access::OwnsContext(slot->value) = 0;
 }
 
-// Moves the handle bits; the source is left as it was and must be treated as
-// dead storage by the caller. Never runs a copy.
-void Relocate(BindingProperty& target, const BindingProperty& source) {
-    Access::Payload(target) = Access::Payload(source);
-    Access::Context(target) = Access::Context(source);
-    Access::Kind(target) = source.Kind();
-    Access::OwnsContext(target) = Access::OwnsContext(source);
-}
+// Handles and field entries are plain data with no pointers into
+// themselves, so moving them is moving their bytes; the source bytes are dead
+// afterwards and never destroyed. Arrays of them grow and shift this way
+// rather than through the (deep) copy and move of BindingProperty.
+static_assert(std::is_standard_layout_v<BindingProperty>);
+static_assert(std::is_standard_layout_v<FieldEntry>);
 
-void Relocate(FieldEntry& target, const FieldEntry& source) {
-    target.name = source.name;
-    Relocate(target.value, source.value);
+template <class T>
+void RelocateRange(T* target, const T* source, size_t count) {
+    if (count != 0) {
+        std::memmove(static_cast<void*>(target), static_cast<const void*>(source),
+                     count * sizeof(T));
+    }
 }
 
 void ReleaseLeaf(BindingContext* context, BindingKind kind, uint64_t payload) {
@@ -407,7 +409,8 @@ NameKey MakeKey(std::string_view name) {
 // Names compare as NUL-terminated texts of unsigned bytes; stored names never
 // hold a NUL, so the zero-padded prefix keys decide unless the first eight
 // bytes agree, and length breaks the remaining ties.
-int CompareName(const InternEntry* name, const NameKey& key) {
+int CompareName(const FieldEntry& entry, const NameKey& key) {
+    const InternEntry* name = entry.name;
     if (name->prefix != key.prefix) {
         return name->prefix < key.prefix ? -1 : 1;
     }
@@ -431,13 +434,13 @@ bool FindField(const StructureRecord& record, const NameKey& name, size_t& posit
     size_t low = 0;
     size_t high = record.size;
     // Builders mostly add names in order; check the end first.
-    if (high != 0 && CompareName(record.items[high - 1].name, name) < 0) {
+    if (high != 0 && CompareName(record.items[high - 1], name) < 0) {
         position = high;
         return false;
     }
     while (low < high) {
         size_t middle = low + (high - low) / 2;
-        int order = CompareName(record.items[middle].name, name);
+        int order = CompareName(record.items[middle], name);
         if (order == 0) {
             position = middle;
             return true;
@@ -455,10 +458,7 @@ bool FindField(const StructureRecord& record, const NameKey& name, size_t& posit
 void GrowCollection(BindingContext& context, CollectionRecord& record, size_t wanted) {
     size_t capacity = std::max(wanted, record.capacity ? record.capacity * 2 : kFirstCapacity);
     BindingProperty* items = AllocateArray<BindingProperty>(context, capacity);
-    for (size_t i = 0; i < record.size; ++i) {
-        ::new (&items[i]) BindingProperty();
-        Relocate(items[i], record.items[i]);
-    }
+    RelocateRange(items, record.items, record.size);
     FreeArray(context, record.items, record.capacity);
     record.items = items;
     record.capacity = capacity;
@@ -467,10 +467,7 @@ void GrowCollection(BindingContext& context, CollectionRecord& record, size_t wa
 void GrowStructure(BindingContext& context, StructureRecord& record, size_t wanted) {
     size_t capacity = std::max(wanted, record.capacity ? record.capacity * 2 : kFirstCapacity);
     FieldEntry* items = AllocateArray<FieldEntry>(context, capacity);
-    for (size_t i = 0; i < record.size; ++i) {
-        ::new (&items[i]) FieldEntry{nullptr, BindingProperty()};
-        Relocate(items[i], record.items[i]);
-    }
+    RelocateRange(items, record.items, record.size);
     FreeArray(context, record.items, record.capacity);
     record.items = items;
     record.capacity = capacity;
@@ -483,19 +480,13 @@ BindingProperty& InsertField(BindingContext* context, StructureRecord& record, s
         // Grow and open the gap in one pass.
         size_t capacity = record.capacity ? record.capacity * 2 : kFirstCapacity;
         items = AllocateArray<FieldEntry>(*context, capacity);
-        for (size_t i = 0; i < record.size; ++i) {
-            FieldEntry* target = &items[i < position ? i : i + 1];
-            ::new (target) FieldEntry{nullptr, BindingProperty()};
-            Relocate(*target, record.items[i]);
-        }
+        RelocateRange(items, record.items, position);
+        RelocateRange(items + position + 1, record.items + position, record.size - position);
         FreeArray(*context, record.items, record.capacity);
         record.items = items;
         record.capacity = capacity;
-    } else if (position < record.size) {
-        ::new (&items[record.size]) FieldEntry{nullptr, BindingProperty()};
-        for (size_t i = record.size; i > position; --i) {
-            Relocate(items[i], items[i - 1]);
-        }
+    } else {
+        RelocateRange(items + position + 1, items + position, record.size - position);
     }
     ConstructField(&items[position], name, context);
     ++record.size;
@@ -1021,9 +1012,8 @@ bool BindingProperty::RemoveField(std::string_view name) {
     FieldEntry& entry = record->items[position];
     InternEntry* entryName = entry.name;
     Handle value{entry.value.kind_, entry.value.payload_};
-    for (size_t i = position + 1; i < record->size; ++i) {
-        Relocate(record->items[i - 1], record->items[i]);
-    }
+    RelocateRange(record->items + position, record->items + position + 1,
+                  record->size - position - 1);
     --record->size;
     context_->Strings().Release(entryName);
     FreeTree(context_, value);

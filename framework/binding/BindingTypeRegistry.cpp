@@ -1,5 +1,6 @@
 #include "framework/binding/BindingTypeRegistry.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "framework/binding/BindingFieldConverter.h"
@@ -73,6 +74,11 @@ BindingTypeBuilder& BindingTypeBuilder::AddField(
     field.owner = info_;
     field.optional = optional ? 1 : 0;
     info_->fields.push_back(std::move(field));
+    const auto index = static_cast<uint32_t>(info_->fields.size() - 1);
+    auto position = std::upper_bound(
+        info_->fieldsByName.begin(), info_->fieldsByName.end(), name,
+        [this](std::string_view key, uint32_t other) { return key < info_->fields[other].name; });
+    info_->fieldsByName.insert(position, index);
     return *this;
 }
 

@@ -85,7 +85,10 @@ struct BindingTypeInfo {
     std::string nameSpace;
     std::string description;
     std::vector<std::string> tags;
-    std::vector<BindingFieldInfo> fields;                             // registration order
+    std::vector<BindingFieldInfo> fields;  // registration order
+    // Indexes into `fields` in the order a structure keeps its field names
+    // (unsigned byte order); conversion walks values in that order.
+    std::vector<uint32_t> fieldsByName;
     std::map<std::string, BindingEnumValueInfo, std::less<>> values;  // by name
     const BindingTypeRegistry* registry = nullptr;
     // The converter of the type itself, set by the typed registration calls;
