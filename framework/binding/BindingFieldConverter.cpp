@@ -117,7 +117,7 @@ public:
     const BindingProperty*& operator[](size_t index) { return data_[index]; }
 
 private:
-    static constexpr size_t kInline = 64;
+    static constexpr size_t kInline = 32;
     std::array<const BindingProperty*, kInline> inline_;
     std::vector<const BindingProperty*> heap_;
     const BindingProperty** data_ = inline_.data();

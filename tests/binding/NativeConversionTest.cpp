@@ -10,6 +10,7 @@
 #include <unordered_map>
 #include <vector>
 
+#include "framework/binding/ScalarConversion.h"
 #include "framework/binding/TypeRegistration.h"
 
 namespace Orvan::Framework {
@@ -364,6 +365,22 @@ TEST_F(NativeConversionTest, FloatBoolStringAndBlobRules) {
          "Couldn't assign value to 'x' of type blob because the input is of an invalid type "
          "signed."},
     });
+}
+
+TEST(ScalarConversionTest, TextRulesForReaders) {
+    auto text = [](auto maybe) { return maybe ? "= " + Show(*maybe) : maybe.GetFailure().message; };
+    EXPECT_EQ(text(ParseSignedText("-0x10", "yaml", "int64_t", INT64_MIN, INT64_MAX)), "= -16");
+    EXPECT_EQ(text(ParseSignedText("1.5", "yaml", "int64_t", INT64_MIN, INT64_MAX)),
+              "Value 1.5 for 'yaml' of type int64_t is in an incorrect format");
+    EXPECT_EQ(text(ParseUnsignedText("-0", "yaml", "uint64_t", UINT64_MAX)),
+              "Value -0 for 'yaml' of type uint64_t is out of range");
+    EXPECT_EQ(text(ParseUnsignedText("18446744073709551616", "yaml", "uint64_t", UINT64_MAX)),
+              "Value 18446744073709551616 for 'yaml' of type uint64_t is out of range");
+    EXPECT_EQ(text(ParseDoubleText("2.5e1", "yaml", "double", 1.7976931348623157e308)), "= 25");
+    EXPECT_EQ(text(ParseDoubleText("nan", "yaml", "double", 1.7976931348623157e308)),
+              "Value nan for 'yaml' of type double is out of range");
+    EXPECT_EQ(text(ParseDoubleText(std::string_view("1\0", 2), "yaml", "double", 1e308)),
+              std::string("Value 1\0 for 'yaml' of type double is in an incorrect format", 60));
 }
 
 TEST_F(NativeConversionTest, EnumRules) {
