@@ -375,24 +375,20 @@ bool NodeEqual(const BindingProperty& left, const BindingProperty& right,
     return false;
 }
 
-// A name is the text up to its first NUL, as it would be in C.
-std::string_view TruncateName(std::string_view name) {
-    const char* text = name.data();
-    size_t length = name.size();
-    size_t i = 0;
-    for (; i + 8 <= length; i += 8) {
-        uint64_t word;
-        std::memcpy(&word, text + i, 8);
-        if (((word - 0x0101010101010101ull) & ~word & 0x8080808080808080ull) != 0) {
-            break;
-        }
-    }
-    for (; i < length; ++i) {
-        if (text[i] == '\0') {
-            return name.substr(0, i);
-        }
-    }
-    return name;
+bool HasZeroByte(uint64_t word) {
+    return ((word - 0x0101010101010101ull) & ~word & 0x8080808080808080ull) != 0;
+}
+
+uint64_t LoadWord(const char* bytes) {
+    uint64_t word;
+    std::memcpy(&word, bytes, 8);
+    return word;
+}
+
+uint32_t LoadHalfWord(const char* bytes) {
+    uint32_t word;
+    std::memcpy(&word, bytes, 4);
+    return word;
 }
 
 // A name being looked up, with its ordering key.
@@ -401,19 +397,61 @@ struct NameKey {
     uint64_t prefix;
 };
 
-NameKey MakeKey(std::string_view name) {
-    name = TruncateName(name);
+// Only reached when the name holds a NUL.
+[[gnu::noinline]] NameKey MakeKeySlow(std::string_view name) {
+    const void* nul = std::memchr(name.data(), '\0', name.size());
+    name = name.substr(0, static_cast<size_t>(static_cast<const char*>(nul) - name.data()));
     return {name, Internal::PrefixKey(name.data(), name.size())};
+}
+
+// A name is the text up to its first NUL, as it would be in C. The common
+// short name is checked for NULs with the same whole-word loads that make
+// its prefix key.
+NameKey MakeKey(std::string_view name) {
+    const char* text = name.data();
+    size_t length = name.size();
+    if (length >= 8 && length <= 16) {
+        uint64_t first = LoadWord(text);
+        if (!HasZeroByte(first) && !HasZeroByte(LoadWord(text + length - 8))) {
+            if constexpr (std::endian::native == std::endian::little) {
+                first = Internal::ByteSwap(first);
+            }
+            return {name, first};
+        }
+        return MakeKeySlow(name);
+    }
+    if (length >= 4 && length < 8) {
+        uint32_t first = LoadHalfWord(text);
+        uint32_t last = LoadHalfWord(text + length - 4);
+        if (((first - 0x01010101u) & ~first & 0x80808080u) == 0 &&
+            ((last - 0x01010101u) & ~last & 0x80808080u) == 0) {
+            return {name, Internal::PrefixKey(text, length)};
+        }
+        return MakeKeySlow(name);
+    }
+    if (length > 16) {
+        for (size_t i = 0; i + 8 < length; i += 8) {
+            if (HasZeroByte(LoadWord(text + i))) {
+                return MakeKeySlow(name);
+            }
+        }
+        if (HasZeroByte(LoadWord(text + length - 8))) {
+            return MakeKeySlow(name);
+        }
+        return {name, Internal::PrefixKey(text, length)};
+    }
+    for (size_t i = 0; i < length; ++i) {
+        if (text[i] == '\0') {
+            return MakeKeySlow(name);
+        }
+    }
+    return {name, Internal::PrefixKey(text, length)};
 }
 
 // Names compare as NUL-terminated texts of unsigned bytes; stored names never
 // hold a NUL, so the zero-padded prefix keys decide unless the first eight
-// bytes agree, and length breaks the remaining ties.
-int CompareName(const FieldEntry& entry, const NameKey& key) {
-    const InternEntry* name = entry.name;
-    if (name->prefix != key.prefix) {
-        return name->prefix < key.prefix ? -1 : 1;
-    }
+// bytes agree; then the rest of the bytes, then the length.
+[[gnu::noinline]] int CompareNameTail(const InternEntry* name, const NameKey& key) {
     size_t length = key.text.size();
     if (name->length > 8 && length > 8) {
         size_t common = std::min(name->length, length) - 8;
@@ -425,34 +463,42 @@ int CompareName(const FieldEntry& entry, const NameKey& key) {
     return name->length < length ? -1 : (name->length > length ? 1 : 0);
 }
 
+bool NameBefore(const InternEntry* name, const NameKey& key) {
+    if (name->prefix != key.prefix) {
+        return name->prefix < key.prefix;
+    }
+    return CompareNameTail(name, key) < 0;
+}
+
+bool NameEquals(const InternEntry* name, const NameKey& key) {
+    return name->prefix == key.prefix && CompareNameTail(name, key) == 0;
+}
+
 InternEntry* InternName(BindingContext& context, const NameKey& key) {
     return key.text.empty() ? InternTable::Empty() : context.Strings().Intern(key.text, key.prefix);
 }
 
 // The position of `name` in the structure, or where it would be inserted.
 bool FindField(const StructureRecord& record, const NameKey& name, size_t& position) {
-    size_t low = 0;
-    size_t high = record.size;
+    const FieldEntry* items = record.items;
+    size_t count = record.size;
     // Builders mostly add names in order; check the end first.
-    if (high != 0 && CompareName(record.items[high - 1], name) < 0) {
-        position = high;
+    if (count == 0 || NameBefore(items[count - 1].name, name)) {
+        position = count;
         return false;
     }
-    while (low < high) {
-        size_t middle = low + (high - low) / 2;
-        int order = CompareName(record.items[middle], name);
-        if (order == 0) {
-            position = middle;
-            return true;
-        }
-        if (order < 0) {
-            low = middle + 1;
+    size_t low = 0;
+    while (count > 0) {
+        size_t half = count / 2;
+        if (NameBefore(items[low + half].name, name)) {
+            low += half + 1;
+            count -= half + 1;
         } else {
-            high = middle;
+            count = half;
         }
     }
     position = low;
-    return false;
+    return NameEquals(items[low].name, name);
 }
 
 void GrowCollection(BindingContext& context, CollectionRecord& record, size_t wanted) {

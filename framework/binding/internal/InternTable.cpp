@@ -79,9 +79,11 @@ void InternTable::Remove(InternEntry* entry) {
     }
     *link = entry->next;
     --count_;
-    InternEntry*& recent = recent_[RecentSlot(entry->prefix, entry->length)];
-    if (recent == entry) {
-        recent = nullptr;
+    InternEntry** set = &recent_[RecentSet(entry->prefix, entry->length) * kRecentWays];
+    for (size_t way = 0; way < kRecentWays; ++way) {
+        if (set[way] == entry) {
+            set[way] = nullptr;
+        }
     }
     arena_.Free(entry, EntrySize(entry->length));
 }

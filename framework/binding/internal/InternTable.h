@@ -108,18 +108,24 @@ public:
     }
     // As above with the text's PrefixKey already known; `text` is not empty.
     InternEntry* Intern(std::string_view text, uint64_t prefix) {
-        InternEntry*& recent = recent_[RecentSlot(prefix, text.size())];
-        if (recent != nullptr && recent->prefix == prefix && recent->length == text.size() &&
-            (text.size() <= 8 ||
-             std::memcmp(recent->Text() + 8, text.data() + 8, text.size() - 8) == 0)) {
-            ++recent->refCount;
-            return recent;
+        InternEntry** set = &recent_[RecentSet(prefix, text.size()) * kRecentWays];
+        for (size_t way = 0; way < kRecentWays; ++way) {
+            InternEntry* entry = set[way];
+            if (entry != nullptr && entry->prefix == prefix && entry->length == text.size() &&
+                (text.size() <= 8 ||
+                 std::memcmp(entry->Text() + 8, text.data() + 8, text.size() - 8) == 0)) {
+                ++entry->refCount;
+                set[way] = set[0];
+                set[0] = entry;
+                return entry;
+            }
         }
         InternEntry* entry = Insert(text, Fnv1a(text), prefix);
         // Only texts seen twice enter the cache, so a stream of unique values
         // cannot evict the names that repeat.
         if (entry->refCount > 1) {
-            recent = entry;
+            set[1] = set[0];
+            set[0] = entry;
         }
         return entry;
     }
@@ -145,9 +151,11 @@ public:
     const InternEntry* Find(std::string_view text) const;
 
 private:
-    static constexpr size_t kRecentSlots = 64;
+    // Two-way sets, most recent first.
+    static constexpr size_t kRecentWays = 2;
+    static constexpr size_t kRecentSets = 64;
 
-    static size_t RecentSlot(uint64_t prefix, size_t length) {
+    static size_t RecentSet(uint64_t prefix, size_t length) {
         uint64_t mixed = (prefix ^ (length * 0x9E3779B97F4A7C15ull)) * 0xBF58476D1CE4E5B9ull;
         return static_cast<size_t>(mixed >> 58);
     }
@@ -160,7 +168,7 @@ private:
     InternEntry** buckets_ = nullptr;
     size_t bucketCount_ = 0;  // zero or a power of two
     size_t count_ = 0;
-    InternEntry* recent_[kRecentSlots] = {};
+    InternEntry* recent_[kRecentSets * kRecentWays] = {};
 };
 
 }  // namespace Orvan::Framework::Internal
