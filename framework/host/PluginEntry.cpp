@@ -1,0 +1,12 @@
+#include "framework/host/PluginEntry.h"
+
+namespace Orvan::Framework {
+
+void ClearLoadRecordOutputs(PluginLoadRecord& record) {
+    record.callbacks = nullptr;
+    record.module = nullptr;
+    record.shortName = nullptr;
+    record.apiDescriptor = nullptr;
+}
+
+}  // namespace Orvan::Framework

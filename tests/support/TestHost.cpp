@@ -1,0 +1,672 @@
+#include "tests/support/TestHost.h"
+
+#include <dlfcn.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "framework/codec/Json.h"
+#include "framework/dispatch/HttpMethod.h"
+#include "framework/dispatch/RouteTable.h"
+#include "framework/host/HostValueConversion.h"
+#include "framework/host/ResourceEventKey.h"
+
+#ifndef QEL_PLUGIN_LIBRARY_PATH
+#error "QEL_PLUGIN_LIBRARY_PATH must name the plugin's shared object"
+#endif
+
+namespace Orvan::Testing {
+
+using namespace Orvan::Framework;
+
+namespace {
+
+// The reply release function gets no context; it finds the host here.
+TestHost* gActiveHost = nullptr;
+
+// A runaway wait (a future that never becomes ready) ends the test run
+// instead of spinning forever.
+constexpr uint64_t kMaxTurns = 1000000;
+constexpr size_t kMaxPumpRounds = 100000;
+
+std::string Json(const BindingProperty& value) {
+    return WriteJson(value);
+}
+
+std::string HostValueJson(const HostValue& value) {
+    Maybe<BindingProperty> converted = FromHostValue(value, "<payload>");
+    return converted ? Json(*converted) : "<" + converted.GetFailure().message + ">";
+}
+
+std::string Text(const char* text) {
+    return text != nullptr ? text : "<null>";
+}
+
+uint32_t MethodCode(std::string_view name) {
+    for (uint32_t code = 1; code <= 7; ++code) {
+        if (HttpMethodName(code) == name) {
+            return code;
+        }
+    }
+    return name == "CALL" ? kHostMethodDirectCall : 0;
+}
+
+struct StreamContext {
+    std::string text;
+    size_t offset = 0;
+    std::vector<uint32_t> chunks;
+    uint32_t failAtRead = 0;
+    std::shared_ptr<TestHost::StreamState> state;
+};
+
+uint8_t QEL_HOST_CALL StreamRead(void* context, uint8_t* buffer, uint32_t* length, uint8_t* more) {
+    auto* stream = static_cast<StreamContext*>(context);
+    const uint32_t read = ++stream->state->reads;
+    if (read == stream->failAtRead) {
+        return 0;
+    }
+    size_t chunk = stream->chunks.empty()
+                       ? 4096
+                       : stream->chunks[std::min<size_t>(read - 1, stream->chunks.size() - 1)];
+    size_t count = std::min<size_t>({*length, chunk, stream->text.size() - stream->offset});
+    std::memcpy(buffer, stream->text.data() + stream->offset, count);
+    stream->offset += count;
+    *length = static_cast<uint32_t>(count);
+    *more = stream->offset < stream->text.size() ? 1 : 0;
+    return 1;
+}
+
+void QEL_HOST_CALL StreamClose(void* context) {
+    static_cast<StreamContext*>(context)->state->closed = true;
+}
+
+}  // namespace
+
+const char* PluginLibraryPath() {
+    return QEL_PLUGIN_LIBRARY_PATH;
+}
+
+// ---- Small records -------------------------------------------------------------
+
+std::string TestHost::HostCall::Text() const {
+    std::string text = std::to_string(entry) + "(";
+    for (size_t i = 0; i < arguments.size(); ++i) {
+        text += (i == 0 ? "" : ", ") + arguments[i];
+    }
+    return text + ")";
+}
+
+TestHost::Reply TestHost::Reply::Body(BindingProperty value) {
+    Reply reply;
+    reply.body = std::move(value);
+    return reply;
+}
+
+TestHost::Reply TestHost::Reply::Error(uint16_t status, std::string text) {
+    Reply reply;
+    reply.status = status;
+    reply.error = std::move(text);
+    return reply;
+}
+
+TestHost::Reply TestHost::Reply::Stream(std::string text, std::vector<uint32_t> chunks) {
+    Reply reply;
+    reply.stream = std::move(text);
+    reply.chunks = std::move(chunks);
+    return reply;
+}
+
+// ---- Lifecycle -------------------------------------------------------------------
+
+TestHost::TestHost() {
+    table_.api.Request = &TestHost::RequestEntry;
+    table_.api.Entry1 = &TestHost::Entry1;
+    table_.api.EmitEvent = &TestHost::EmitEventEntry;
+    table_.api.RegisterEvent = &TestHost::RegisterEventEntry;
+    table_.api.UnregisterEvent = &TestHost::UnregisterEventEntry;
+    table_.api.ScheduleCall = &TestHost::ScheduleCallEntry;
+    table_.api.ServeOnce = &TestHost::ServeOnceEntry;
+    table_.api.BeginWait = &TestHost::BeginWaitEntry;
+    table_.api.EndWait = &TestHost::EndWaitEntry;
+    table_.api.WriteLog = &TestHost::WriteLogEntry;
+    table_.host = this;
+    gActiveHost = this;
+}
+
+TestHost::~TestHost() {
+    Destroy();
+    if (gActiveHost == this) {
+        gActiveHost = nullptr;
+    }
+}
+
+const PluginLoadRecord& TestHost::Load(uint32_t major, uint32_t minor, uint32_t patch) {
+    // Loaded once and kept: a process never unloads the plugin mid-run.
+    static void* library = dlopen(PluginLibraryPath(), RTLD_NOW | RTLD_LOCAL);
+    if (library == nullptr) {
+        std::fprintf(stderr, "TestHost: cannot load %s: %s\n", PluginLibraryPath(), dlerror());
+        std::abort();
+    }
+    auto entry = reinterpret_cast<EntryFunction>(dlsym(library, "load_qel_lobby_team_builder"));
+    if (entry == nullptr) {
+        std::fprintf(stderr, "TestHost: %s has no entry\n", PluginLibraryPath());
+        std::abort();
+    }
+    return LoadWith(entry, major, minor, patch);
+}
+
+const PluginLoadRecord& TestHost::LoadWith(EntryFunction entry, uint32_t major, uint32_t minor,
+                                           uint32_t patch) {
+    record_ = PluginLoadRecord{};
+    record_.major = major;
+    record_.minor = minor;
+    record_.patch = patch;
+    destroyed_ = false;
+    started_ = false;
+    entry(&record_);
+    return record_;
+}
+
+bool TestHost::Start(uint32_t pluginHandle) {
+    if (record_.callbacks == nullptr || record_.module == nullptr) {
+        return false;
+    }
+    HostLink link = Link(pluginHandle);
+    started_ = record_.callbacks->StartModule(record_.module, &link) != 0;
+    return started_;
+}
+
+void TestHost::Destroy() {
+    if (record_.callbacks == nullptr || record_.module == nullptr || destroyed_) {
+        return;
+    }
+    record_.callbacks->DestroyModule(record_.module);
+    destroyed_ = true;
+    // The module is gone; nothing may reach it any more.
+    delayed_.clear();
+    queue_.clear();
+    registrations_.clear();
+}
+
+std::array<uint32_t, kMemoryStatisticsWords> TestHost::MemoryStatistics() const {
+    std::array<uint32_t, kMemoryStatisticsWords> words;
+    words.fill(0xDEADBEEF);
+    if (record_.callbacks != nullptr && !destroyed_) {
+        record_.callbacks->GetMemoryStatistics(record_.module, words.data());
+    }
+    return words;
+}
+
+// ---- Recorded calls -------------------------------------------------------------------
+
+TestHost& TestHost::Of(HostApi* api) {
+    return *reinterpret_cast<FunctionTable*>(api)->host;
+}
+
+void TestHost::Record(uint32_t entry, std::vector<std::string> arguments) {
+    calls_.push_back(HostCall{entry, std::move(arguments)});
+}
+
+std::vector<std::string> TestHost::CallTexts() const {
+    std::vector<std::string> texts;
+    for (const HostCall& call : calls_) {
+        texts.push_back(call.Text());
+    }
+    return texts;
+}
+
+std::vector<TestHost::HostCall> TestHost::CallsTo(uint32_t entry) const {
+    std::vector<HostCall> selected;
+    for (const HostCall& call : calls_) {
+        if (call.entry == entry) {
+            selected.push_back(call);
+        }
+    }
+    return selected;
+}
+
+std::vector<TestHost::LogLine> TestHost::Logs() const {
+    std::vector<LogLine> lines;
+    for (const HostCall& call : CallsTo(9)) {
+        lines.push_back(
+            LogLine{static_cast<uint32_t>(std::stoul(call.arguments[0])), call.arguments[1]});
+    }
+    return lines;
+}
+
+// ---- Host entries -----------------------------------------------------------------------
+
+void QEL_HOST_CALL TestHost::RequestEntry(HostApi* api, HostResponse* reply, HostRequest* request) {
+    Of(api).Answer(reply, request);
+}
+
+uint32_t QEL_HOST_CALL TestHost::Entry1(HostApi* api, uint32_t first, uint32_t second) {
+    Of(api).Record(1, {std::to_string(first), std::to_string(second)});
+    return 0;
+}
+
+void QEL_HOST_CALL TestHost::EmitEventEntry(HostApi* api, HostEvent* event) {
+    TestHost& host = Of(api);
+    EmittedEvent emitted;
+    emitted.key = Text(event->name);
+    Maybe<BindingProperty> value = FromHostValue(event->payload, "<payload>");
+    if (value) {
+        emitted.value = *value;
+        emitted.json = Json(*value);
+    } else {
+        emitted.json = "<" + value.GetFailure().message + ">";
+    }
+    host.Record(2, {emitted.key, emitted.json});
+    host.events_.push_back(std::move(emitted));
+}
+
+void QEL_HOST_CALL TestHost::RegisterEventEntry(HostApi* api, const char* name,
+                                                uint32_t pluginHandle, HostEventCallback callback,
+                                                void* context, uint32_t flags) {
+    TestHost& host = Of(api);
+    host.Record(3, {Text(name), std::to_string(pluginHandle), std::to_string(flags)});
+    host.registrations_[Text(name)] = Registration{pluginHandle, callback, context, flags};
+}
+
+void QEL_HOST_CALL TestHost::UnregisterEventEntry(HostApi* api, const char* name,
+                                                  uint32_t pluginHandle) {
+    TestHost& host = Of(api);
+    host.Record(4, {Text(name), std::to_string(pluginHandle)});
+    host.registrations_.erase(Text(name));
+}
+
+void QEL_HOST_CALL TestHost::ScheduleCallEntry(HostApi* api, const char* label,
+                                               HostDelayedCallback callback, void* context,
+                                               double delaySeconds, uint32_t flags) {
+    TestHost& host = Of(api);
+    char delay[64];
+    std::snprintf(delay, sizeof delay, "%g", delaySeconds);
+    host.Record(5, {Text(label), delay, std::to_string(flags)});
+    host.delayed_.push_back(
+        Delayed{host.nextSequence_++, host.now_ + delaySeconds, Text(label), callback, context});
+}
+
+void QEL_HOST_CALL TestHost::ServeOnceEntry(HostApi* api) {
+    TestHost& host = Of(api);
+    host.Record(6, {});
+    host.Turn();
+}
+
+void QEL_HOST_CALL TestHost::BeginWaitEntry(HostApi* api, const char* label, uint32_t value) {
+    Of(api).Record(7, {Text(label), std::to_string(value)});
+}
+
+uint64_t QEL_HOST_CALL TestHost::EndWaitEntry(HostApi* api) {
+    Of(api).Record(8, {});
+    return 0;
+}
+
+void QEL_HOST_CALL TestHost::WriteLogEntry(HostApi* api, uint32_t level, const char* text) {
+    TestHost& host = Of(api);
+    host.Record(9, {std::to_string(level), Text(text)});
+    if (host.echoLogs_) {
+        std::fprintf(stderr, "host log %u: %s\n", level, Text(text).c_str());
+        std::fflush(stderr);
+    }
+}
+
+// ---- Host turns, events and delayed calls ------------------------------------------------
+
+void TestHost::Turn() {
+    if (++turns_ > kMaxTurns) {
+        std::fprintf(stderr, "TestHost: more than %llu host turns; a wait never ends\n",
+                     static_cast<unsigned long long>(kMaxTurns));
+        std::abort();
+    }
+    // Hooks may add hooks; run the ones present now.
+    const size_t hooks = turnHooks_.size();
+    for (size_t i = 0; i < hooks; ++i) {
+        std::function<void()> hook = turnHooks_[i];
+        hook();
+    }
+    DeliverQueued();
+    RunDue();
+}
+
+std::map<std::string, uint32_t> TestHost::Registrations() const {
+    std::map<std::string, uint32_t> names;
+    for (const auto& [name, registration] : registrations_) {
+        names[name] = registration.flags;
+    }
+    return names;
+}
+
+void TestHost::Emit(std::string name, BindingProperty payload) {
+    queue_.push_back(Queued{std::move(name), std::move(payload)});
+}
+
+void TestHost::EmitResource(std::string_view uri, std::string_view eventType,
+                            BindingProperty data) {
+    BindingProperty payload;
+    payload.MutableField("uri").SetString(uri);
+    payload.MutableField("eventType").SetString(eventType);
+    payload.MutableField("data") = data;
+    Emit(ResourceEventKey(uri), std::move(payload));
+}
+
+void TestHost::DeliverRaw(const char* name, const HostValue& payload) {
+    auto found = registrations_.find(Text(name));
+    if (found == registrations_.end()) {
+        return;
+    }
+    // The callback may unregister itself.
+    const Registration registration = found->second;
+    HostEvent event{};
+    event.name = name;
+    event.payload = payload;
+    event.context = registration.context;
+    registration.callback(&event);
+}
+
+void TestHost::DeliverThrough(const std::string& registeredName, HostEvent event) {
+    auto found = registrations_.find(registeredName);
+    if (found == registrations_.end()) {
+        return;
+    }
+    const Registration registration = found->second;
+    event.context = registration.context;
+    registration.callback(&event);
+}
+
+void TestHost::Deliver(const std::string& name, const BindingProperty& payload) {
+    OwnedHostValue value;
+    if (!ToHostValue(payload, value.Get())) {
+        std::fprintf(stderr, "TestHost: payload of %s does not convert\n", name.c_str());
+        std::abort();
+    }
+    DeliverRaw(name.c_str(), value.Get());
+}
+
+size_t TestHost::DeliverQueued() {
+    // Events queued while delivering wait for the next turn.
+    size_t count = queue_.size();
+    for (size_t i = 0; i < count && !queue_.empty(); ++i) {
+        Queued event = std::move(queue_.front());
+        queue_.pop_front();
+        Deliver(event.name, event.payload);
+    }
+    return count;
+}
+
+size_t TestHost::RunDue() {
+    // Only calls scheduled before this run: one scheduling itself with no
+    // delay runs on the next turn.
+    const uint64_t limit = nextSequence_;
+    size_t ran = 0;
+    for (;;) {
+        auto next = delayed_.end();
+        for (auto it = delayed_.begin(); it != delayed_.end(); ++it) {
+            if (it->sequence < limit && it->due <= now_ &&
+                (next == delayed_.end() || it->due < next->due)) {
+                next = it;
+            }
+        }
+        if (next == delayed_.end()) {
+            return ran;
+        }
+        Delayed call = *next;
+        delayed_.erase(next);
+        call.callback(call.context);
+        ++ran;
+    }
+}
+
+size_t TestHost::Pump() {
+    size_t total = 0;
+    for (size_t round = 0; round < kMaxPumpRounds; ++round) {
+        const size_t ran = DeliverQueued() + RunDue();
+        if (ran == 0) {
+            return total;
+        }
+        total += ran;
+    }
+    std::fprintf(stderr, "TestHost: Pump never settles\n");
+    std::abort();
+}
+
+void TestHost::Advance(std::chrono::nanoseconds duration) {
+    AdvanceSeconds(static_cast<double>(duration.count()) * 1e-9);
+}
+
+void TestHost::AdvanceSeconds(double seconds) {
+    const double target = now_ + seconds;
+    for (;;) {
+        auto next = delayed_.end();
+        for (auto it = delayed_.begin(); it != delayed_.end(); ++it) {
+            if (it->due <= target && (next == delayed_.end() || it->due < next->due)) {
+                next = it;
+            }
+        }
+        if (next == delayed_.end()) {
+            break;
+        }
+        now_ = std::max(now_, next->due);
+        Delayed call = *next;
+        delayed_.erase(next);
+        call.callback(call.context);
+    }
+    now_ = target;
+}
+
+// ---- REST requests of the plugin ----------------------------------------------------------
+
+void TestHost::OnRequest(std::string method, std::string path, RequestHandler handler) {
+    handlers_.push_back(Handler{std::move(method), std::move(path), std::move(handler)});
+}
+
+void TestHost::Answer(HostResponse* reply, HostRequest* request) {
+    Request seen;
+    seen.method = request->method;
+    seen.methodName = std::string(HttpMethodName(request->method));
+    seen.uri = Text(request->uri);
+    seen.path = seen.uri.substr(0, seen.uri.find('?'));
+    seen.pluginHandle = request->pluginHandle;
+    std::string argumentsJson = "[";
+    for (uint32_t i = 0; i < request->argumentCount; ++i) {
+        const HostArgument& argument = request->arguments[i];
+        seen.argumentNames.push_back(argument.name != nullptr ? argument.name : "");
+        Maybe<BindingProperty> value = FromHostValue(argument.value, "<argument>");
+        seen.arguments.push_back(value ? *value : BindingProperty());
+        argumentsJson += (i == 0 ? "" : ",") + HostValueJson(argument.value);
+    }
+    Record(0, {seen.methodName, seen.uri, argumentsJson + "]"});
+    requests_.push_back(seen);
+
+    Reply answer = Reply::Error(404, "Not found");
+    // The latest handler for a path wins, so a test can override a default.
+    for (auto it = handlers_.rbegin(); it != handlers_.rend(); ++it) {
+        const bool methodMatches = it->method == "*" || it->method == seen.methodName;
+        const bool pathMatches =
+            it->path == seen.path ||
+            (!it->path.empty() && it->path.back() == '*' &&
+             seen.path.compare(0, it->path.size() - 1, it->path, 0, it->path.size() - 1) == 0);
+        if (methodMatches && pathMatches) {
+            answer = it->handler(seen);
+            break;
+        }
+    }
+
+    reply->status = answer.status;
+    if (!answer.error.empty()) {
+        reply->errorText = strdup(answer.error.c_str());
+        reply->failed = 1;
+    } else if (answer.stream.has_value()) {
+        auto state = std::make_shared<StreamState>();
+        streams_.push_back(state);
+        auto* stream =
+            new StreamContext{*answer.stream, 0, answer.chunks, answer.failAtRead, state};
+        reply->read = &StreamRead;
+        reply->close = &StreamClose;
+        reply->streamContext = stream;
+        reply->expectedLength = static_cast<uint32_t>(answer.stream->size());
+    } else if (!ToHostValue(answer.body, reply->body)) {
+        std::fprintf(stderr, "TestHost: reply body for %s does not convert\n", seen.uri.c_str());
+        std::abort();
+    }
+    reply->release = &TestHost::ReleaseReply;
+    ++repliesGiven_;
+}
+
+void QEL_HOST_CALL TestHost::ReleaseReply(HostResponse* reply) {
+    if (gActiveHost != nullptr) {
+        ++gActiveHost->repliesReleased_;
+    }
+    std::free(const_cast<char*>(reply->errorText));
+    reply->errorText = nullptr;
+    ReleaseHostValue(reply->body);
+    delete static_cast<StreamContext*>(reply->streamContext);
+    reply->streamContext = nullptr;
+    reply->read = nullptr;
+    reply->close = nullptr;
+    reply->release = nullptr;
+}
+
+// ---- Calls into the plugin's endpoints ------------------------------------------------------
+
+const EndpointRecord* TestHost::FindEndpoint(uint32_t method, std::string_view path,
+                                             std::string_view functionName) const {
+    const PluginApiDescriptor* api = record_.apiDescriptor;
+    if (api == nullptr || api->endpoints == nullptr) {
+        return nullptr;
+    }
+    if (method == kHostMethodDirectCall) {
+        for (uint32_t i = 0; i < api->endpointCount; ++i) {
+            const EndpointRecord& endpoint = api->endpoints[i];
+            if (endpoint.method == kHostMethodDirectCall && endpoint.function.name != nullptr &&
+                functionName == endpoint.function.name) {
+                return &endpoint;
+            }
+        }
+        return nullptr;
+    }
+    std::vector<RouteEntry> routes;
+    for (uint32_t i = 0; i < api->endpointCount; ++i) {
+        const EndpointRecord& endpoint = api->endpoints[i];
+        if (endpoint.method != method || endpoint.urlTemplate == nullptr) {
+            continue;
+        }
+        Maybe<RouteEntry> route = MakeRouteEntry(method, endpoint.urlTemplate, &endpoint);
+        if (route) {
+            routes.push_back(std::move(*route));
+        }
+    }
+    std::optional<RouteMatch> match = FindRoute(routes, method, path);
+    return match ? static_cast<const EndpointRecord*>(match->function) : nullptr;
+}
+
+TestHost::CallResult TestHost::Call(std::string_view method, std::string_view uri) {
+    return Call(method, uri, CallOptions{});
+}
+
+TestHost::CallResult TestHost::Call(std::string_view method, std::string_view uri,
+                                    std::string body) {
+    CallOptions options;
+    options.body = std::move(body);
+    return Call(method, uri, std::move(options));
+}
+
+TestHost::CallResult TestHost::Call(std::string_view method, std::string_view uri,
+                                    CallOptions options) {
+    CallResult result;
+    const uint32_t code =
+        options.functionName.empty() ? MethodCode(method) : uint32_t{kHostMethodDirectCall};
+    const std::string uriText(uri);
+    const std::string path = uriText.substr(0, uriText.find('?'));
+    const EndpointRecord* endpoint = FindEndpoint(code, path, options.functionName);
+    if (endpoint == nullptr) {
+        result.failed = true;
+        result.status = 404;
+        result.error = "No endpoint for " + std::string(method) + " " + uriText;
+        return result;
+    }
+    result.endpointFound = true;
+
+    std::vector<OwnedHostValue> values(options.arguments.size());
+    std::vector<HostArgument> arguments(options.arguments.size());
+    for (size_t i = 0; i < options.arguments.size(); ++i) {
+        const auto& [name, value] = options.arguments[i];
+        if (!ToHostValue(value, values[i].Get())) {
+            std::fprintf(stderr, "TestHost: call argument %zu does not convert\n", i);
+            std::abort();
+        }
+        arguments[i].name = name.empty() ? nullptr : name.c_str();
+        arguments[i].value = values[i].Get();
+    }
+    std::vector<HostHeader> headers;
+    for (const auto& [name, value] : options.headers) {
+        headers.push_back(HostHeader{name.c_str(), value.c_str()});
+    }
+
+    HostRequest request{};
+    request.method = code;
+    request.uri = uriText.c_str();
+    request.arguments = arguments.empty() ? nullptr : arguments.data();
+    request.argumentCount = static_cast<uint32_t>(arguments.size());
+    request.dispatchContext = endpoint->function.dispatchContext;
+    request.headers = headers.empty() ? nullptr : headers.data();
+    request.headerCount = static_cast<uint32_t>(headers.size());
+    request.contentType = options.contentType.empty() ? nullptr : options.contentType.c_str();
+    // A std::string keeps a NUL after its last byte, as the host does.
+    request.body = reinterpret_cast<const uint8_t*>(options.body.c_str());
+    request.bodyLength = static_cast<uint32_t>(options.body.size());
+    request.pluginHandle = 7;
+    request.functionName = options.functionName.empty() ? nullptr : options.functionName.c_str();
+
+    HostResponse reply{};
+    endpoint->dispatch(&reply, &request);
+
+    result.failed = reply.failed != 0;
+    result.status = reply.status;
+    result.error = reply.errorText != nullptr ? reply.errorText : "";
+    result.resultFormat = reply.resultFormat;
+    result.responderFlag = reply.responderFlag;
+    result.responderText = reply.responderText != nullptr ? reply.responderText : "";
+    for (uint32_t i = 0; i < reply.headerCount && reply.headers != nullptr; ++i) {
+        result.headers.emplace_back(Text(reply.headers[i].name), Text(reply.headers[i].value));
+    }
+    if (reply.read != nullptr) {
+        std::string text;
+        uint8_t buffer[4096];
+        for (;;) {
+            uint32_t length = sizeof buffer;
+            uint8_t more = 0;
+            if (reply.read(reply.streamContext, buffer, &length, &more) == 0) {
+                break;
+            }
+            text.append(reinterpret_cast<const char*>(buffer), length);
+            if (more == 0) {
+                break;
+            }
+        }
+        if (reply.close != nullptr) {
+            reply.close(reply.streamContext);
+        }
+        result.json = text;
+        Maybe<BindingProperty> parsed = ReadJson(text);
+        if (parsed) {
+            result.body = std::move(*parsed);
+        }
+    } else {
+        Maybe<BindingProperty> body = FromHostValue(reply.body, "<reply>");
+        if (body) {
+            result.body = std::move(*body);
+            result.json = Json(result.body);
+        } else {
+            result.json = "<" + body.GetFailure().message + ">";
+        }
+    }
+    if (reply.release != nullptr) {
+        reply.release(&reply);
+        result.released = true;
+    }
+    return result;
+}
+
+}  // namespace Orvan::Testing
