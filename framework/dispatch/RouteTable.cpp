@@ -190,6 +190,12 @@ std::optional<RouteMatch> FindRoute(std::span<const RouteEntry> routes, uint32_t
     return FindAmong(routes, method, target, [](const RouteEntry&) { return true; });
 }
 
+std::optional<RouteMatch> FindRouteOfMethod(std::span<const RouteEntry> routes, uint32_t method,
+                                            std::string_view target) {
+    return FindAmong(routes, method, target,
+                     [method](const RouteEntry& route) { return route.method == method; });
+}
+
 std::string FunctionNameFromRoute(uint32_t method, std::string_view templateText) {
     const std::string_view methodName = HttpMethodName(method);
     std::string joined;

@@ -120,6 +120,11 @@ inline constexpr size_t kMaxPatternPathLength = 1024;
 std::optional<RouteMatch> FindRoute(std::span<const RouteEntry> routes, uint32_t method,
                                     std::string_view target);
 
+// FindRoute among the routes registered for the request's method only: a
+// route of another method never answers, whatever its path.
+std::optional<RouteMatch> FindRouteOfMethod(std::span<const RouteEntry> routes, uint32_t method,
+                                            std::string_view target);
+
 // "GET" with "/qel-lobby-team-builder/v1/lobby" gives
 // "GetQelLobbyTeamBuilderV1Lobby"; method 0 (or 8) contributes nothing, so the
 // short name alone gives the route base "QelLobbyTeamBuilder".
