@@ -24,6 +24,14 @@ using Internal::InternTable;
 using Internal::StructureRecord;
 using Access = BindingContext;
 
+#if defined(__GNUC__) || defined(__clang__)
+#define QEL_HOT_INLINE [[gnu::always_inline]] inline
+#elif defined(_MSC_VER)
+#define QEL_HOT_INLINE __forceinline
+#else
+#define QEL_HOT_INLINE inline
+#endif
+
 namespace {
 
 constexpr const char* kKindNames[] = {"empty",  "bool", "signed", "unsigned",   "float",
@@ -33,6 +41,8 @@ constexpr const char* kKindNames[] = {"empty",  "bool", "signed", "unsigned",   
 // read from a message header); the array still grows on demand past it.
 constexpr size_t kMaxReserve = size_t{1} << 20;
 constexpr size_t kFirstCapacity = 4;
+// Records mostly carry more than a handful of fields.
+constexpr size_t kFirstFieldCapacity = 8;
 
 struct Handle {
     BindingKind kind;
@@ -130,11 +140,30 @@ void ConstructField(FieldEntry* slot, InternEntry* name, BindingContext* context
 static_assert(std::is_standard_layout_v<BindingProperty>);
 static_assert(std::is_standard_layout_v<FieldEntry>);
 
+// Copies whole elements in the direction that is safe for overlap; short
+// runs (the usual shift of a few fields) stay inline.
 template <class T>
-void RelocateRange(T* target, const T* source, size_t count) {
-    if (count != 0) {
+QEL_HOT_INLINE void RelocateRange(T* target, const T* source, size_t count) {
+    constexpr size_t kInlineCount = 8;
+    if (count == 0 || target == source) {
+        return;
+    }
+    if (count > kInlineCount) {
         std::memmove(static_cast<void*>(target), static_cast<const void*>(source),
                      count * sizeof(T));
+        return;
+    }
+    unsigned char buffer[sizeof(T)];
+    if (target > source) {
+        for (size_t i = count; i-- > 0;) {
+            std::memcpy(buffer, static_cast<const void*>(source + i), sizeof(T));
+            std::memcpy(static_cast<void*>(target + i), buffer, sizeof(T));
+        }
+    } else {
+        for (size_t i = 0; i < count; ++i) {
+            std::memcpy(buffer, static_cast<const void*>(source + i), sizeof(T));
+            std::memcpy(static_cast<void*>(target + i), buffer, sizeof(T));
+        }
     }
 }
 
@@ -407,7 +436,7 @@ struct NameKey {
 // A name is the text up to its first NUL, as it would be in C. The common
 // short name is checked for NULs with the same whole-word loads that make
 // its prefix key.
-NameKey MakeKey(std::string_view name) {
+QEL_HOT_INLINE NameKey MakeKey(std::string_view name) {
     const char* text = name.data();
     size_t length = name.size();
     if (length >= 8 && length <= 16) {
@@ -470,6 +499,13 @@ bool NameBefore(const InternEntry* name, const NameKey& key) {
     return CompareNameTail(name, key) < 0;
 }
 
+bool NameAfter(const InternEntry* name, const NameKey& key) {
+    if (name->prefix != key.prefix) {
+        return name->prefix > key.prefix;
+    }
+    return CompareNameTail(name, key) > 0;
+}
+
 bool NameEquals(const InternEntry* name, const NameKey& key) {
     return name->prefix == key.prefix && CompareNameTail(name, key) == 0;
 }
@@ -501,6 +537,27 @@ bool FindField(const StructureRecord& record, const NameKey& name, size_t& posit
     return NameEquals(items[low].name, name);
 }
 
+// The insert position of a name known to be missing, trying the context's
+// hint for this size before searching.
+bool FindFieldForInsert(BindingContext& context, const StructureRecord& record, const NameKey& name,
+                        size_t& position) {
+    size_t size = record.size;
+    if (size < BindingContext::kInsertHints) {
+        size_t hint = context.insertHints[size];
+        if (hint <= size && (hint == 0 || NameBefore(record.items[hint - 1].name, name)) &&
+            (hint == size || NameAfter(record.items[hint].name, name))) {
+            position = hint;
+            return false;
+        }
+        bool found = FindField(record, name, position);
+        if (!found) {
+            context.insertHints[size] = static_cast<uint8_t>(position);
+        }
+        return found;
+    }
+    return FindField(record, name, position);
+}
+
 void GrowCollection(BindingContext& context, CollectionRecord& record, size_t wanted) {
     size_t capacity = std::max(wanted, record.capacity ? record.capacity * 2 : kFirstCapacity);
     BindingProperty* items = AllocateArray<BindingProperty>(context, capacity);
@@ -519,24 +576,29 @@ void GrowStructure(BindingContext& context, StructureRecord& record, size_t want
     record.capacity = capacity;
 }
 
-BindingProperty& InsertField(BindingContext* context, StructureRecord& record, size_t position,
-                             InternEntry* name) {
-    FieldEntry* items = record.items;
+// Moves the fields to a larger array, leaving a gap at `position`.
+[[gnu::noinline]] void GrowStructureWithGap(BindingContext& context, StructureRecord& record,
+                                            size_t position) {
+    size_t capacity = record.capacity ? record.capacity * 2 : kFirstFieldCapacity;
+    FieldEntry* items = AllocateArray<FieldEntry>(context, capacity);
+    RelocateRange(items, record.items, position);
+    RelocateRange(items + position + 1, record.items + position, record.size - position);
+    FreeArray(context, record.items, record.capacity);
+    record.items = items;
+    record.capacity = capacity;
+}
+
+QEL_HOT_INLINE BindingProperty& InsertField(BindingContext* context, StructureRecord& record,
+                                            size_t position, InternEntry* name) {
     if (record.size == record.capacity) {
-        // Grow and open the gap in one pass.
-        size_t capacity = record.capacity ? record.capacity * 2 : kFirstCapacity;
-        items = AllocateArray<FieldEntry>(*context, capacity);
-        RelocateRange(items, record.items, position);
-        RelocateRange(items + position + 1, record.items + position, record.size - position);
-        FreeArray(*context, record.items, record.capacity);
-        record.items = items;
-        record.capacity = capacity;
+        GrowStructureWithGap(*context, record, position);
     } else {
-        RelocateRange(items + position + 1, items + position, record.size - position);
+        RelocateRange(record.items + position + 1, record.items + position, record.size - position);
     }
-    ConstructField(&items[position], name, context);
+    FieldEntry* entry = &record.items[position];
+    ConstructField(entry, name, context);
     ++record.size;
-    return items[position].value;
+    return entry->value;
 }
 
 int64_t TruncateToSigned(double value) {
@@ -1022,7 +1084,7 @@ BindingProperty& BindingProperty::MutableField(std::string_view name) {
     }
     auto* record = As<StructureRecord>(payload_);
     size_t position;
-    if (FindField(*record, key, position)) {
+    if (FindFieldForInsert(*context_, *record, key, position)) {
         return record->items[position].value;
     }
     return InsertField(context_, *record, position, InternName(*context_, key));

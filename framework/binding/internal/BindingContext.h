@@ -78,6 +78,13 @@ public:
 
     // The context a value stores into, created when a standalone value has
     // none yet.
+    // Where the last field added to a structure of a given size went. Trees
+    // hold many records built by the same code in the same order, so the
+    // next structure of that size most likely puts its field there too; a
+    // hint is only a guess, checked before use.
+    static constexpr size_t kInsertHints = 32;
+    uint8_t insertHints[kInsertHints] = {};
+
     static BindingContext& Ensure(BindingProperty& value) {
         return value.context_ != nullptr ? *value.context_ : Create(value);
     }
