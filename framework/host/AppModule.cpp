@@ -6,6 +6,7 @@
 #include "framework/log/FatalReport.h"
 #include "framework/log/Logger.h"
 #include "framework/log/PluginLogTarget.h"
+#include "framework/rest/TelemetryAdapter.h"
 
 namespace Orvan::Framework {
 
@@ -76,6 +77,7 @@ bool AppModule::Start(const HostLink& link) {
     }
     userAgent_ = Format("OrvanClient/%1 (%2)", coreVersion_.Text(), names_.shortName);
     pluginHandle_ = link.pluginHandle;
+    telemetry_ = std::make_unique<TelemetryAdapter>(*this);
 
     RegisterEventHandler(kServiceProxyUuidEvent,
                          ServiceProxyHandler([this](const PluginServiceProxyResponse& answer) {

@@ -56,16 +56,20 @@
 #include "framework/binding/Failure.h"
 #include "framework/binding/MessageFormat.h"
 #include "framework/binding/StaticType.h"
+#include "framework/dispatch/HttpMethod.h"
 #include "framework/host/ApiDescriptor.h"
 #include "framework/host/FrameworkTypes.h"
 #include "framework/host/HostAbi.h"
 #include "framework/host/PluginApiVersion.h"
 #include "framework/host/PluginNames.h"
 #include "framework/log/LogRecord.h"
+#include "framework/resources/TypedResource.h"
+#include "framework/rest/RestArguments.h"
 
 namespace Orvan::Framework {
 
 class PluginLogTarget;
+class TelemetryAdapter;
 
 class AppModule {
 public:
@@ -135,6 +139,96 @@ public:
     // pattern. Registering does not subscribe.
     void SetExactResourceHandler(std::string_view uri, ResourceHandler handler);
     void SetPatternResourceHandler(std::string_view pattern, ResourceHandler handler);
+
+    // ---- REST calls to other plugins (framework/rest/RestCalls.h) -------
+
+    // Receives a reply body; a failure becomes the call's conversion failure.
+    using RestValueSink = std::function<Maybe<>(const BindingProperty&)>;
+
+    // The arguments go positionally, converted through the registry.
+    template <class... Args>
+    Maybe<> Request(HttpMethod method, std::string_view url, const Args&... arguments);
+    // The reply body converted into T (text, BindingProperty or any type the
+    // registry converts).
+    template <class T, class... Args>
+    Maybe<T> RequestValue(HttpMethod method, std::string_view url, const Args&... arguments);
+    // The pairs go as one object argument.
+    Maybe<> RequestNamed(HttpMethod method, std::string_view url, const NamedArguments& arguments);
+    // The call itself; with a sink the reply body is read and handed to it.
+    Maybe<> SendRestRequest(HttpMethod method, std::string_view url, const RestArguments& arguments,
+                            const RestValueSink* sink);
+
+    // POST "/telemetry/v1/events/<event name>" of the named values through
+    // the module's telemetry adapter; the future is fulfilled on return.
+    std::future<Maybe<>> PostTelemetryEvent(std::string_view eventName,
+                                            const NamedArguments& values);
+
+    // ---- Resources (framework/resources/ResourceEvents.h) ---------------
+
+    // Emits the resource under its URI's event key and under the base name.
+    Maybe<> SendEvent(std::string_view baseEventName, const Resource& resource);
+    // Publishes a value of any type the registry converts; one that does not
+    // convert is not published.
+    template <class T>
+    void PublishResource(std::string_view uri, const T& value,
+                         PluginResourceEventType eventType = PluginResourceEventType::Update);
+    void PublishResourceValue(std::string_view uri, PluginResourceEventType eventType,
+                              BindingProperty data);
+    void DeleteResource(std::string_view uri);
+    // Stores the handler (exact URI, or pattern when it holds "*"),
+    // subscribes, and hands an exact resource's current value over at once.
+    void AddResourceHandler(std::string_view uri, ResourceHandler handler);
+    // The same with the data converted into T; events that do not convert
+    // are dropped.
+    template <class T>
+    void AddResourceHandler(std::string_view uri,
+                            std::function<void(const TypedResource<T>&)> handler);
+
+    // ---- Service proxy (framework/serviceproxy/ServiceProxyClient.h) -----
+
+    // A service's answer as raw callers get it.
+    struct ServiceProxyRawResponse {
+        std::string methodName;
+        BindingProperty payload;
+        std::string status;
+    };
+
+    // Starts a request; the error text, or empty when it was started. An
+    // empty response method makes it uuid-based.
+    template <class P>
+    std::string SendServiceProxyRequest(std::string_view service, std::string_view method,
+                                        const P& payload, std::string_view responseMethod,
+                                        std::string_view extra,
+                                        const ServiceProxyHandler& completion);
+    // The same; an error reaches the completion on a later host turn.
+    template <class P>
+    void InvokeServiceProxy(std::string_view service, std::string_view method, const P& payload,
+                            std::string_view responseMethod, std::string_view extra,
+                            ServiceProxyHandler completion);
+    template <class P>
+    std::future<Maybe<ServiceProxyRawResponse>> CallServiceProxyRaw(
+        std::string_view service, std::string_view method, const P& payload,
+        std::string_view responseMethod = {}, std::string_view extra = {});
+    template <class T, class P>
+    std::future<Maybe<T>> CallServiceProxy(std::string_view service, std::string_view method,
+                                           const P& payload, std::string_view responseMethod = {},
+                                           std::string_view extra = {});
+    // Handlers of pushed messages; they run without the service-proxy mutex.
+    void RegisterServiceProxyHandler(std::string_view service, std::string_view method,
+                                     ServiceProxyHandler handler);
+    template <class T>
+    void RegisterServiceProxyHandler(std::string_view service, std::string_view method,
+                                     std::function<void(const T&)> handler);
+    // The non-template cores, with the payload already written as JSON.
+    std::string SendSerializedServiceProxyRequest(std::string_view service, std::string_view method,
+                                                  const Maybe<std::string>& payload,
+                                                  std::string_view responseMethod,
+                                                  std::string_view extra,
+                                                  const ServiceProxyHandler& completion);
+    void InvokeSerializedServiceProxy(std::string_view service, std::string_view method,
+                                      const Maybe<std::string>& payload,
+                                      std::string_view responseMethod, std::string_view extra,
+                                      ServiceProxyHandler completion);
 
     // ---- Waiting and delayed calls --------------------------------------
 
@@ -223,6 +317,7 @@ private:
     HostApi* hostApi_ = nullptr;
     uint32_t pluginHandle_ = 0;
     std::string userAgent_;
+    std::unique_ptr<TelemetryAdapter> telemetry_;
 
     // Event handlers by event name.
     std::unordered_map<std::string, std::shared_ptr<const EventHandler>> eventHandlers_;
