@@ -235,18 +235,40 @@ struct CopyTask {
     BindingProperty* target;
 };
 
-InternEntry* InternInto(BindingContext& context, const BindingProperty& owner, InternEntry* entry) {
+// The state of one deep copy: the nodes still to copy and a memo of the
+// texts already carried over, since a tree repeats its field names and
+// common values many times.
+struct CopyState {
+    struct Translation {
+        const InternEntry* from;
+        InternEntry* to;
+    };
+    static constexpr size_t kMemoSlots = 64;
+
+    WorkStack<CopyTask> pending;
+    Translation memo[kMemoSlots] = {};
+};
+
+InternEntry* InternInto(BindingContext& context, const BindingProperty& owner, InternEntry* entry,
+                        CopyState& state) {
     if (entry->length == 0 || Access::Context(owner) == &context) {
         InternTable::Retain(entry);
         return entry;
     }
-    return context.Strings().InternCopy(*entry);
+    auto& slot = state.memo[(reinterpret_cast<uintptr_t>(entry) >> 5) % CopyState::kMemoSlots];
+    if (slot.from == entry) {
+        InternTable::Retain(slot.to);
+        return slot.to;
+    }
+    InternEntry* copy = context.Strings().InternCopy(*entry);
+    slot = {entry, copy};
+    return copy;
 }
 
 // Copies one node into `context`; children of composites are created empty
 // and queued, except for inline scalars, which are copied on the spot.
-Handle CopyNode(BindingContext& context, const BindingProperty& source,
-                WorkStack<CopyTask>& pending) {
+Handle CopyNode(BindingContext& context, const BindingProperty& source, CopyState& state) {
+    WorkStack<CopyTask>& pending = state.pending;
     BindingKind kind = source.Kind();
     uint64_t payload = Access::Payload(source);
     auto copyChild = [&](const BindingProperty& from, BindingProperty& to) {
@@ -259,7 +281,8 @@ Handle CopyNode(BindingContext& context, const BindingProperty& source,
     };
     switch (kind) {
         case BindingKind::String:
-            return {kind, FromPointer(InternInto(context, source, As<InternEntry>(payload)))};
+            return {kind,
+                    FromPointer(InternInto(context, source, As<InternEntry>(payload), state))};
         case BindingKind::Blob: {
             std::vector<uint8_t> bytes = As<BlobRecord>(payload)->bytes;
             void* slot = context.Blobs().Allocate();
@@ -289,7 +312,7 @@ Handle CopyNode(BindingContext& context, const BindingProperty& source,
             void* slot = context.Structures().Allocate();
             auto* record = ::new (slot) StructureRecord{items, from->size, from->size};
             for (size_t i = 0; i < from->size; ++i) {
-                ConstructField(&items[i], InternInto(context, source, from->items[i].name),
+                ConstructField(&items[i], InternInto(context, source, from->items[i].name, state),
                                &context);
                 copyChild(from->items[i].value, items[i].value);
             }
@@ -306,11 +329,11 @@ Handle CopyTree(BindingContext* context, const BindingProperty& source) {
     if (!NeedsStorage(source)) {
         return {source.Kind(), Access::Payload(source)};
     }
-    WorkStack<CopyTask> pending;
-    Handle root = CopyNode(*context, source, pending);
+    CopyState state;
+    Handle root = CopyNode(*context, source, state);
     CopyTask task;
-    while (pending.Pop(task)) {
-        Handle copy = CopyNode(*context, *task.source, pending);
+    while (state.pending.Pop(task)) {
+        Handle copy = CopyNode(*context, *task.source, state);
         Access::Kind(*task.target) = copy.kind;
         Access::Payload(*task.target) = copy.payload;
     }
