@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <limits>
 #include <string>
@@ -86,6 +87,36 @@ TEST(BindingPropertyTest, FieldsIterateInUnsignedByteOrder) {
     EXPECT_TRUE(record.RemoveField("ab"));
     EXPECT_FALSE(record.RemoveField("ab"));
     EXPECT_EQ(FieldNames(record), (std::vector<std::string>{"", "B", "a", "b", "c", "\xC3\xA9"}));
+}
+
+TEST(BindingPropertyTest, FieldOrderHoldsWhateverOrderRecordsAreBuiltIn) {
+    // One tree, records built in different orders: positions remembered from
+    // one record must never misplace or duplicate a field of the next.
+    const std::vector<std::vector<std::string>> orders = {
+        {"queueId", "counter", "phase", "id", "summonerId", "summonerName"},
+        {"summonerName", "summonerId", "phase", "queueId", "id", "counter"},
+        {"id", "counter", "phase", "queueId", "summonerId", "summonerName"},
+        {"queueId", "counter", "queueId", "phase", "summonerName", "id", "summonerId"},
+        {"phase", "counter"},
+    };
+    BindingProperty tree;
+    for (int round = 0; round < 3; ++round) {
+        for (const auto& order : orders) {
+            BindingProperty& record = tree.Append();
+            for (const auto& name : order) {
+                record.MutableField(name).SetString(name);
+            }
+        }
+    }
+    for (const auto& record : tree.Elements()) {
+        std::vector<std::string> names = FieldNames(record);
+        EXPECT_TRUE(std::is_sorted(names.begin(), names.end()));
+        EXPECT_EQ(std::adjacent_find(names.begin(), names.end()), names.end());
+        for (const auto& name : names) {
+            EXPECT_EQ(record.Field(name).GetString(), name);
+        }
+    }
+    EXPECT_EQ(tree.Element(3).Size(), 6u);
 }
 
 struct ObserverCase {
@@ -316,8 +347,16 @@ TEST(BindingPropertyTest, InternedStringsAreCountedPerContext) {
     tree.Resize(1);
     EXPECT_EQ(strings.Find("shared"), nullptr);
     EXPECT_EQ(strings.Find("unique2"), nullptr);
+    // A deep copy into another tree takes its own references there.
+    tree.MutableElement(1).MutableField("id").SetString("shared");
+    BindingProperty copy(tree);
+    InternTable& copied = BindingContext::Context(copy)->Strings();
+    EXPECT_EQ(copied.Find("id")->refCount, 2u);
+    EXPECT_EQ(copied.Find("shared")->refCount, 1u);
+    EXPECT_EQ(copied.Find("other")->refCount, 1u);
     tree.Clear();
     EXPECT_EQ(strings.Count(), 0u);
+    EXPECT_EQ(copied.Find("id")->refCount, 2u);
 
     // The table keeps a load factor of at most one while growing.
     for (int i = 0; i < 1000; ++i) {
