@@ -1,0 +1,796 @@
+#include "host/HostRuntime.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <limits>
+
+#include "host/HostJson.h"
+
+namespace Orvan::Host {
+
+// The first member is the C table the plugin holds; the rest leads back here.
+struct HostRuntime::ApiTable {
+    HostApi api;
+    HostRuntime* runtime;
+    uint32_t plugin;
+};
+
+struct HostRuntime::PluginSlot {
+    ApiTable table{};
+    PluginLibrary* library = nullptr;
+    uint32_t handle = 0;
+    bool started = false;
+    bool destroyed = false;
+    std::vector<const EndpointRecord*> endpoints;
+    std::vector<std::pair<std::string, uint64_t>> waits;  // label, turn at begin
+    PluginCounters counters;
+};
+
+namespace {
+
+std::string Text(const char* text) {
+    return text != nullptr ? text : "";
+}
+
+char* CopyText(const std::string& text) {
+    char* copy = static_cast<char*>(std::malloc(text.size() + 1));
+    if (copy != nullptr) {
+        std::memcpy(copy, text.c_str(), text.size() + 1);
+    }
+    return copy;
+}
+
+}  // namespace
+
+HostRuntime::HostRuntime(HostClock& clock) : clock_(clock) {}
+
+HostRuntime::~HostRuntime() {
+    for (auto& slot : plugins_) {
+        if (slot->started && !slot->destroyed) {
+            Destroy(slot->handle);
+        }
+    }
+}
+
+HostRuntime::PluginSlot& HostRuntime::SlotOf(HostApi* api) {
+    auto* table = reinterpret_cast<ApiTable*>(api);
+    return *table->runtime->Find(table->plugin);
+}
+
+HostRuntime::PluginSlot* HostRuntime::Find(uint32_t plugin) {
+    for (auto& slot : plugins_) {
+        if (slot->handle == plugin) {
+            return slot.get();
+        }
+    }
+    return nullptr;
+}
+
+const HostRuntime::PluginSlot* HostRuntime::Find(uint32_t plugin) const {
+    return const_cast<HostRuntime*>(this)->Find(plugin);
+}
+
+// ---- Plugins --------------------------------------------------------------------------------
+
+uint32_t HostRuntime::Attach(PluginLibrary& library) {
+    auto slot = std::make_unique<PluginSlot>();
+    slot->handle = static_cast<uint32_t>(plugins_.size() + 1);
+    slot->library = &library;
+    slot->endpoints = library.Endpoints();
+    HostApi& api = slot->table.api;
+    api.Request = &HostRuntime::RequestEntry;
+    api.Entry1 = &HostRuntime::Entry1;
+    api.EmitEvent = &HostRuntime::EmitEventEntry;
+    api.RegisterEvent = &HostRuntime::RegisterEventEntry;
+    api.UnregisterEvent = &HostRuntime::UnregisterEventEntry;
+    api.ScheduleCall = &HostRuntime::ScheduleCallEntry;
+    api.ServeOnce = &HostRuntime::ServeOnceEntry;
+    api.BeginWait = &HostRuntime::BeginWaitEntry;
+    api.EndWait = &HostRuntime::EndWaitEntry;
+    api.WriteLog = &HostRuntime::WriteLogEntry;
+    slot->table.runtime = this;
+    slot->table.plugin = slot->handle;
+    plugins_.push_back(std::move(slot));
+    return plugins_.back()->handle;
+}
+
+bool HostRuntime::Start(uint32_t plugin) {
+    PluginSlot* slot = Find(plugin);
+    if (slot == nullptr || slot->started || slot->destroyed) {
+        return false;
+    }
+    const PluginLoadRecord& record = slot->library->Record();
+    HostLink link{&slot->table.api, slot->handle};
+    slot->started = true;
+    return record.callbacks->StartModule(record.module, &link) != 0;
+}
+
+void HostRuntime::Destroy(uint32_t plugin) {
+    PluginSlot* slot = Find(plugin);
+    if (slot == nullptr || slot->destroyed) {
+        return;
+    }
+    const PluginLoadRecord& record = slot->library->Record();
+    record.callbacks->DestroyModule(record.module);
+    slot->destroyed = true;
+    // Nothing may reach the module any more.
+    registrations_.erase(std::remove_if(registrations_.begin(), registrations_.end(),
+                                        [&](const Registration& r) { return r.plugin == plugin; }),
+                         registrations_.end());
+    for (auto it = delayed_.begin(); it != delayed_.end();) {
+        it = it->second.plugin == plugin ? delayed_.erase(it) : std::next(it);
+    }
+    slot->endpoints.clear();
+}
+
+std::optional<MemoryStatistics> HostRuntime::Memory(uint32_t plugin) const {
+    const PluginSlot* slot = Find(plugin);
+    if (slot == nullptr || slot->destroyed) {
+        return std::nullopt;
+    }
+    const PluginLoadRecord& record = slot->library->Record();
+    if (record.callbacks->GetMemoryStatistics == nullptr) {
+        return std::nullopt;
+    }
+    uint32_t words[kMemoryStatisticsWords] = {};
+    record.callbacks->GetMemoryStatistics(record.module, words);
+    auto counter = [&](int index) {
+        return static_cast<uint64_t>(words[2 * index]) |
+               (static_cast<uint64_t>(words[2 * index + 1]) << 32);
+    };
+    return MemoryStatistics{counter(0), counter(1), counter(2), counter(3), counter(4), counter(5)};
+}
+
+const PluginLibrary* HostRuntime::Library(uint32_t plugin) const {
+    const PluginSlot* slot = Find(plugin);
+    return slot != nullptr ? slot->library : nullptr;
+}
+
+const PluginCounters* HostRuntime::Counters(uint32_t plugin) const {
+    const PluginSlot* slot = Find(plugin);
+    return slot != nullptr ? &slot->counters : nullptr;
+}
+
+HostApi* HostRuntime::Api(uint32_t plugin) {
+    PluginSlot* slot = Find(plugin);
+    return slot != nullptr ? &slot->table.api : nullptr;
+}
+
+std::map<std::string, uint32_t> HostRuntime::Registrations(uint32_t plugin) const {
+    std::map<std::string, uint32_t> names;
+    for (const Registration& registration : registrations_) {
+        if (registration.plugin == plugin) {
+            names[registration.pattern] = registration.flags;
+        }
+    }
+    return names;
+}
+
+// ---- Work ---------------------------------------------------------------------------------------
+
+void HostRuntime::After(double seconds, std::string label, std::function<void()> task) {
+    if (!(seconds > 0.0)) {
+        seconds = 0.0;
+    }
+    delayed_.emplace(std::make_pair(Now() + seconds, nextTask_++),
+                     Task{std::move(label), 0, std::move(task)});
+}
+
+bool HostRuntime::Turn() {
+    ++turns_;
+    bool worked = false;
+    // Events queued while delivering wait for the next turn.
+    size_t count = queue_.size();
+    while (count-- > 0 && !queue_.empty()) {
+        QueuedEvent event = std::move(queue_.front());
+        queue_.pop_front();
+        Deliver(event);
+        worked = true;
+    }
+    // Work scheduled during this turn waits for the next one, even when due.
+    const uint64_t limit = nextTask_;
+    for (;;) {
+        const double now = Now();
+        auto due = delayed_.end();
+        for (auto it = delayed_.begin(); it != delayed_.end() && it->first.first <= now; ++it) {
+            if (it->first.second < limit) {
+                due = it;
+                break;
+            }
+        }
+        if (due == delayed_.end()) {
+            break;
+        }
+        Task task = std::move(due->second);
+        delayed_.erase(due);
+        task.run();
+        worked = true;
+    }
+    return worked;
+}
+
+bool HostRuntime::Idle(double until) {
+    if (!queue_.empty()) {
+        return true;
+    }
+    if (delayed_.empty()) {
+        return false;
+    }
+    clock_.AdvanceTo(std::min(delayed_.begin()->first.first, until));
+    return true;
+}
+
+bool HostRuntime::RunUntil(const std::function<bool()>& done, double deadline) {
+    for (;;) {
+        if (done()) {
+            return true;
+        }
+        if (Now() >= deadline) {
+            return false;
+        }
+        if (!Turn() && !Idle(deadline)) {
+            // Nothing will ever happen again; let the time pass at once.
+            clock_.AdvanceTo(deadline, 0.0);
+            return done();
+        }
+    }
+}
+
+void HostRuntime::RunFor(double seconds) {
+    const double deadline = Now() + seconds;
+    RunUntil([] { return false; }, deadline);
+}
+
+void HostRuntime::Stall(const std::string& why) {
+    if (stallHandler_) {
+        stallHandler_(why);
+        return;
+    }
+    std::fflush(stdout);
+    std::fprintf(stderr, "qel-host: %s\n", why.c_str());
+    std::fflush(stderr);
+    std::_Exit(3);
+}
+
+// ---- Events -------------------------------------------------------------------------------------
+
+bool HostRuntime::NameMatches(std::string_view pattern, std::string_view name) {
+    // "*" stands for any run of characters; backtracking over the last star.
+    size_t p = 0, n = 0, star = std::string_view::npos, mark = 0;
+    while (n < name.size()) {
+        if (p < pattern.size() && pattern[p] == '*') {
+            star = p++;
+            mark = n;
+        } else if (p < pattern.size() && pattern[p] == name[n]) {
+            ++p;
+            ++n;
+        } else if (star != std::string_view::npos) {
+            p = star + 1;
+            n = ++mark;
+        } else {
+            return false;
+        }
+    }
+    while (p < pattern.size() && pattern[p] == '*') {
+        ++p;
+    }
+    return p == pattern.size();
+}
+
+std::string HostRuntime::ResourceEventKey(std::string_view uri) {
+    std::vector<std::string_view> pieces = {"OnJsonApiEvent"};
+    size_t start = 0;
+    while (start <= uri.size()) {
+        size_t slash = uri.find('/', start);
+        if (slash == std::string_view::npos) {
+            slash = uri.size();
+        }
+        if (slash > start) {
+            pieces.push_back(uri.substr(start, slash - start));
+        }
+        start = slash + 1;
+    }
+    const size_t keep = pieces.size() > 1 && pieces[1] == "qel-platform-config" ? 6 : 4;
+    std::string key;
+    for (size_t i = 0; i < pieces.size() && i < keep; ++i) {
+        key += (i == 0 ? "" : "_") + std::string(pieces[i]);
+    }
+    return key;
+}
+
+void HostRuntime::Emit(std::string name, std::string json, uint32_t target) {
+    queue_.push_back(QueuedEvent{std::move(name), std::move(json), target});
+}
+
+uint64_t HostRuntime::Subscribe(std::string pattern, EventHandler handler) {
+    Registration registration;
+    registration.id = nextRegistration_++;
+    registration.pattern = std::move(pattern);
+    registration.handler = std::move(handler);
+    registrations_.push_back(std::move(registration));
+    return registrations_.back().id;
+}
+
+void HostRuntime::Unsubscribe(uint64_t id) {
+    registrations_.erase(std::remove_if(registrations_.begin(), registrations_.end(),
+                                        [&](const Registration& r) { return r.id == id; }),
+                         registrations_.end());
+}
+
+bool HostRuntime::Subscribed(std::string_view name, uint32_t plugin) const {
+    return std::any_of(registrations_.begin(), registrations_.end(), [&](const Registration& r) {
+        return (plugin == 0 || r.plugin == plugin) && NameMatches(r.pattern, name);
+    });
+}
+
+void HostRuntime::Deliver(const QueuedEvent& event) {
+    // Receivers may (un)register while they run: walk a copy of the ids.
+    std::vector<uint64_t> ids;
+    for (const Registration& registration : registrations_) {
+        if ((event.target == 0 || registration.plugin == event.target) &&
+            NameMatches(registration.pattern, event.name)) {
+            ids.push_back(registration.id);
+        }
+    }
+    for (uint64_t id : ids) {
+        auto found = std::find_if(registrations_.begin(), registrations_.end(),
+                                  [&](const Registration& r) { return r.id == id; });
+        if (found == registrations_.end()) {
+            continue;
+        }
+        if (found->handler) {
+            EventHandler handler = found->handler;
+            handler(event.name, event.json);
+            continue;
+        }
+        const HostEventCallback callback = found->callback;
+        void* context = found->context;
+        HostValueHolder payload;
+        std::string error;
+        if (callback == nullptr || !JsonToHostValue(event.json, payload.Get(), error)) {
+            continue;
+        }
+        HostEvent delivered{};
+        delivered.name = event.name.c_str();
+        delivered.payload = payload.Get();
+        delivered.context = context;
+        callback(&delivered);
+    }
+}
+
+// ---- Resources ----------------------------------------------------------------------------------
+
+void HostRuntime::PutResource(const std::string& owner, const std::string& uri, std::string json,
+                              bool announce) {
+    const bool created = resources_.count(uri) == 0;
+    resources_[uri] = {owner, json};
+    if (!announce) {
+        return;
+    }
+    const std::string payload = "{\"uri\":" + QuoteJson(uri) + ",\"eventType\":\"" +
+                                (created ? "Create" : "Update") +
+                                "\",\"data\":" + (json.empty() ? std::string("null") : json) + "}";
+    const std::string key = ResourceEventKey(uri);
+    Emit(key, payload);
+    if (key != "OnJsonApiEvent") {
+        Emit("OnJsonApiEvent", payload);
+    }
+}
+
+void HostRuntime::DeleteResource(const std::string& uri) {
+    if (resources_.erase(uri) == 0) {
+        return;
+    }
+    const std::string payload =
+        "{\"uri\":" + QuoteJson(uri) + ",\"eventType\":\"Delete\",\"data\":null}";
+    const std::string key = ResourceEventKey(uri);
+    Emit(key, payload);
+    if (key != "OnJsonApiEvent") {
+        Emit("OnJsonApiEvent", payload);
+    }
+}
+
+std::optional<std::string> HostRuntime::Resource(const std::string& uri) const {
+    auto found = resources_.find(uri);
+    if (found == resources_.end()) {
+        return std::nullopt;
+    }
+    return found->second.second;
+}
+
+// ---- Requests -----------------------------------------------------------------------------------
+
+void HostRuntime::AddRoute(std::string owner, uint32_t method, std::string templateText,
+                           RouteHandler handler) {
+    routes_.push_back(
+        Route_{std::move(owner), method, std::move(templateText), std::move(handler)});
+}
+
+const EndpointRecord* HostRuntime::FindEndpoint(uint32_t plugin, uint32_t method,
+                                                std::string_view path,
+                                                std::string_view functionName) const {
+    const PluginSlot* slot = Find(plugin);
+    if (slot == nullptr || slot->destroyed) {
+        return nullptr;
+    }
+    const EndpointRecord* best = nullptr;
+    size_t bestWeight = std::numeric_limits<size_t>::max();
+    for (const EndpointRecord* endpoint : slot->endpoints) {
+        if (endpoint->method != method || endpoint->dispatch == nullptr) {
+            continue;
+        }
+        if (method == kHostMethodDirectCall) {
+            if (endpoint->function.name != nullptr && functionName == endpoint->function.name) {
+                return endpoint;
+            }
+            continue;
+        }
+        if (endpoint->urlTemplate == nullptr) {
+            continue;
+        }
+        std::optional<PathParameters> match = MatchUrlTemplate(endpoint->urlTemplate, path);
+        if (match && ParameterWeight(*match) < bestWeight) {
+            best = endpoint;
+            bestWeight = ParameterWeight(*match);
+        }
+    }
+    return best;
+}
+
+RestReply HostRuntime::Route(const RestRequest& request) {
+    const std::string path = request.Path();
+    // Stand-in routes and stored resources.
+    const Route_* bestRoute = nullptr;
+    PathParameters bestParameters;
+    size_t bestWeight = std::numeric_limits<size_t>::max();
+    for (const Route_& route : routes_) {
+        if (route.method != request.method) {
+            continue;
+        }
+        std::optional<PathParameters> match = MatchUrlTemplate(route.templateText, path);
+        if (match && ParameterWeight(*match) < bestWeight) {
+            bestRoute = &route;
+            bestParameters = std::move(*match);
+            bestWeight = ParameterWeight(bestParameters);
+        }
+    }
+    if (bestRoute != nullptr && bestWeight == 0) {
+        RouteHandler handler = bestRoute->handler;
+        RestReply reply = handler(request, bestParameters);
+        reply.answeredBy = bestRoute->owner;
+        return reply;
+    }
+    if (request.method == kHostMethodGet || request.method == kHostMethodHead) {
+        auto resource = resources_.find(path);
+        if (resource != resources_.end()) {
+            RestReply reply = RestReply::Json(resource->second.second);
+            reply.answeredBy = resource->second.first;
+            return reply;
+        }
+    }
+    // Plugin endpoints compete with parameterised stand-in routes.
+    PluginSlot* bestSlot = nullptr;
+    const EndpointRecord* bestEndpoint = nullptr;
+    for (auto& slot : plugins_) {
+        const EndpointRecord* endpoint =
+            FindEndpoint(slot->handle, request.method, path, request.functionName);
+        if (endpoint == nullptr) {
+            continue;
+        }
+        size_t weight = 0;
+        if (request.method != kHostMethodDirectCall) {
+            weight = ParameterWeight(*MatchUrlTemplate(endpoint->urlTemplate, path));
+        }
+        if (weight < bestWeight) {
+            bestSlot = slot.get();
+            bestEndpoint = endpoint;
+            bestWeight = weight;
+        }
+    }
+    if (bestEndpoint != nullptr) {
+        RestReply reply = CallEndpoint(*bestSlot, *bestEndpoint, request);
+        reply.answeredBy = bestSlot->library->ShortName();
+        return reply;
+    }
+    if (bestRoute != nullptr) {
+        RouteHandler handler = bestRoute->handler;
+        RestReply reply = handler(request, bestParameters);
+        reply.answeredBy = bestRoute->owner;
+        return reply;
+    }
+    return RestReply::Error(
+        404, "No endpoint for " + std::string(MethodName(request.method)) + " " + path);
+}
+
+RestReply HostRuntime::CallEndpoint(PluginSlot& slot, const EndpointRecord& endpoint,
+                                    const RestRequest& request) {
+    std::vector<HostValueHolder> values(request.arguments.size());
+    std::vector<HostArgument> arguments(request.arguments.size());
+    for (size_t i = 0; i < request.arguments.size(); ++i) {
+        std::string error;
+        if (!JsonToHostValue(request.arguments[i].json, values[i].Get(), error)) {
+            return RestReply::Error(400,
+                                    "Argument " + std::to_string(i + 1) + " is not JSON: " + error);
+        }
+        arguments[i].name =
+            request.arguments[i].name.empty() ? nullptr : request.arguments[i].name.c_str();
+        arguments[i].value = values[i].Get();
+    }
+    std::vector<HostHeader> headers;
+    for (const auto& [name, value] : request.headers) {
+        headers.push_back(HostHeader{name.c_str(), value.c_str()});
+    }
+    HostRequest hostRequest{};
+    hostRequest.method = request.method;
+    hostRequest.uri = request.uri.c_str();
+    hostRequest.arguments = arguments.empty() ? nullptr : arguments.data();
+    hostRequest.argumentCount = static_cast<uint32_t>(arguments.size());
+    hostRequest.dispatchContext = endpoint.function.dispatchContext;
+    hostRequest.headers = headers.empty() ? nullptr : headers.data();
+    hostRequest.headerCount = static_cast<uint32_t>(headers.size());
+    hostRequest.contentType = request.contentType.empty() ? nullptr : request.contentType.c_str();
+    // A std::string keeps one NUL after its last byte, as the interface asks.
+    hostRequest.body =
+        request.hasBody ? reinterpret_cast<const uint8_t*>(request.body.c_str()) : nullptr;
+    hostRequest.bodyLength = request.hasBody ? static_cast<uint32_t>(request.body.size()) : 0;
+    hostRequest.pluginHandle = request.caller;
+    hostRequest.functionName =
+        request.functionName.empty() ? nullptr : request.functionName.c_str();
+
+    HostResponse response{};
+    endpoint.dispatch(&response, &hostRequest);
+
+    RestReply reply;
+    reply.failed = response.failed != 0 || response.errorText != nullptr;
+    reply.error = Text(response.errorText);
+    reply.status = response.status != 0 ? response.status : (reply.failed ? 500 : 200);
+    reply.resultFormat = response.resultFormat;
+    for (uint32_t i = 0; response.headers != nullptr && i < response.headerCount; ++i) {
+        reply.headers.emplace_back(Text(response.headers[i].name), Text(response.headers[i].value));
+    }
+    if (response.read != nullptr) {
+        std::string text;
+        uint8_t buffer[4096];
+        for (;;) {
+            uint32_t length = sizeof buffer;
+            uint8_t more = 0;
+            if (response.read(response.streamContext, buffer, &length, &more) == 0) {
+                reply.failed = true;
+                reply.error = "Stream read error";
+                break;
+            }
+            text.append(reinterpret_cast<const char*>(buffer), std::min<uint32_t>(length, 4096));
+            if (more == 0) {
+                break;
+            }
+        }
+        if (response.close != nullptr) {
+            response.close(response.streamContext);
+        }
+        reply.body = std::move(text);
+    } else if (response.body.type != kHostValueNull) {
+        std::string error;
+        if (!HostValueToJson(response.body, reply.body, error)) {
+            reply.failed = true;
+            reply.status = 502;
+            reply.error = "The plugin's reply body is unreadable: " + error;
+        }
+    }
+    if (response.release != nullptr) {
+        response.release(&response);
+    }
+    (void)slot;
+    return reply;
+}
+
+void HostRuntime::RemoveObserver(HostObserver* observer) {
+    observers_.erase(std::remove(observers_.begin(), observers_.end(), observer), observers_.end());
+}
+
+// ---- The ten entries
+// ------------------------------------------------------------------------------
+
+void QEL_HOST_CALL HostRuntime::RequestEntry(HostApi* api, HostResponse* reply,
+                                             HostRequest* hostRequest) {
+    PluginSlot& slot = SlotOf(api);
+    HostRuntime& host = *slot.table.runtime;
+    ++slot.counters.requests;
+    RestRequest request;
+    request.method = hostRequest->method;
+    request.uri = Text(hostRequest->uri);
+    request.caller = slot.handle;
+    request.functionName = Text(hostRequest->functionName);
+    request.contentType = Text(hostRequest->contentType);
+    RestReply answer;
+    bool readable = true;
+    for (uint32_t i = 0; hostRequest->arguments != nullptr && i < hostRequest->argumentCount; ++i) {
+        RestArgument argument;
+        argument.name = Text(hostRequest->arguments[i].name);
+        std::string error;
+        if (!HostValueToJson(hostRequest->arguments[i].value, argument.json, error)) {
+            answer = RestReply::Error(
+                400, "Argument " + std::to_string(i + 1) + " is unreadable: " + error);
+            readable = false;
+            break;
+        }
+        request.arguments.push_back(std::move(argument));
+    }
+    for (uint32_t i = 0; hostRequest->headers != nullptr && i < hostRequest->headerCount; ++i) {
+        request.headers.emplace_back(Text(hostRequest->headers[i].name),
+                                     Text(hostRequest->headers[i].value));
+    }
+    if (hostRequest->body != nullptr) {
+        request.hasBody = true;
+        request.body.assign(reinterpret_cast<const char*>(hostRequest->body),
+                            hostRequest->bodyLength);
+    }
+    if (readable) {
+        answer = host.Route(request);
+    }
+    for (HostObserver* observer : host.observers_) {
+        observer->OnPluginRequest(slot.handle, request, answer);
+    }
+    *reply = HostResponse{};
+    reply->status = answer.status;
+    reply->resultFormat = answer.resultFormat;
+    if (answer.failed) {
+        reply->failed = 1;
+        reply->errorText = CopyText(answer.error.empty() ? "Error" : answer.error);
+    } else {
+        std::string error;
+        if (!JsonToHostValue(answer.body, reply->body, error)) {
+            reply->failed = 1;
+            reply->status = 502;
+            reply->errorText = CopyText("Unreadable reply body: " + error);
+        }
+    }
+    reply->release = &HostRuntime::ReleaseReply;
+}
+
+void QEL_HOST_CALL HostRuntime::ReleaseReply(HostResponse* reply) {
+    std::free(const_cast<char*>(reply->errorText));
+    reply->errorText = nullptr;
+    FreeHostValue(reply->body);
+    reply->release = nullptr;
+}
+
+uint32_t QEL_HOST_CALL HostRuntime::Entry1(HostApi*, uint32_t, uint32_t) {
+    return 0;
+}
+
+void QEL_HOST_CALL HostRuntime::EmitEventEntry(HostApi* api, HostEvent* event) {
+    PluginSlot& slot = SlotOf(api);
+    HostRuntime& host = *slot.table.runtime;
+    ++slot.counters.events;
+    const std::string name = Text(event->name);
+    std::string json;
+    std::string error;
+    if (!HostValueToJson(event->payload, json, error)) {
+        // An unreadable payload reaches nobody; the observers hear of it.
+        for (HostObserver* observer : host.observers_) {
+            observer->OnLog(slot.handle, 2, "host: dropped event " + name + ": " + error);
+        }
+        return;
+    }
+    for (HostObserver* observer : host.observers_) {
+        observer->OnPluginEvent(slot.handle, name, json);
+    }
+    host.Emit(name, std::move(json));
+}
+
+void QEL_HOST_CALL HostRuntime::RegisterEventEntry(HostApi* api, const char* name,
+                                                   uint32_t /*pluginHandle*/,
+                                                   HostEventCallback callback, void* context,
+                                                   uint32_t flags) {
+    PluginSlot& slot = SlotOf(api);
+    HostRuntime& host = *slot.table.runtime;
+    const std::string pattern = Text(name);
+    // The table says who calls; the handle argument is taken on trust only
+    // in what the plugin sends with requests.
+    for (Registration& registration : host.registrations_) {
+        if (registration.plugin == slot.handle && registration.pattern == pattern) {
+            registration.callback = callback;
+            registration.context = context;
+            registration.flags = flags;
+            return;
+        }
+    }
+    Registration registration;
+    registration.id = host.nextRegistration_++;
+    registration.pattern = pattern;
+    registration.plugin = slot.handle;
+    registration.callback = callback;
+    registration.context = context;
+    registration.flags = flags;
+    host.registrations_.push_back(std::move(registration));
+}
+
+void QEL_HOST_CALL HostRuntime::UnregisterEventEntry(HostApi* api, const char* name,
+                                                     uint32_t /*pluginHandle*/) {
+    PluginSlot& slot = SlotOf(api);
+    HostRuntime& host = *slot.table.runtime;
+    const std::string pattern = Text(name);
+    host.registrations_.erase(
+        std::remove_if(
+            host.registrations_.begin(), host.registrations_.end(),
+            [&](const Registration& r) { return r.plugin == slot.handle && r.pattern == pattern; }),
+        host.registrations_.end());
+}
+
+void QEL_HOST_CALL HostRuntime::ScheduleCallEntry(HostApi* api, const char* label,
+                                                  HostDelayedCallback callback, void* context,
+                                                  double delaySeconds, uint32_t /*flags*/) {
+    PluginSlot& slot = SlotOf(api);
+    HostRuntime& host = *slot.table.runtime;
+    ++slot.counters.delayedCalls;
+    if (!(delaySeconds > 0.0) || !std::isfinite(delaySeconds)) {
+        delaySeconds = std::isinf(delaySeconds) && delaySeconds > 0 ? 1e9 : 0.0;
+    }
+    const std::string text = Text(label);
+    for (HostObserver* observer : host.observers_) {
+        observer->OnDelayedCall(slot.handle, text, delaySeconds);
+    }
+    if (callback == nullptr) {
+        return;
+    }
+    host.delayed_.emplace(std::make_pair(host.Now() + delaySeconds, host.nextTask_++),
+                          Task{text, slot.handle, [callback, context] { callback(context); }});
+}
+
+void QEL_HOST_CALL HostRuntime::ServeOnceEntry(HostApi* api) {
+    PluginSlot& slot = SlotOf(api);
+    HostRuntime& host = *slot.table.runtime;
+    ++slot.counters.serveCalls;
+    if (host.Turn()) {
+        return;
+    }
+    const std::string waiting = slot.waits.empty() ? "a turn" : slot.waits.back().first;
+    if (host.timeLimit_ > 0.0 && host.Now() > host.timeLimit_) {
+        host.Stall("the plugin " + slot.library->ShortName() + " is still waiting (" + waiting +
+                   ") past the run's time limit");
+        return;
+    }
+    if (!host.Idle(std::numeric_limits<double>::infinity())) {
+        host.Stall("the plugin " + slot.library->ShortName() + " waits (" + waiting +
+                   ") for something that can never come: nothing is queued or scheduled");
+    }
+}
+
+void QEL_HOST_CALL HostRuntime::BeginWaitEntry(HostApi* api, const char* label, uint32_t) {
+    PluginSlot& slot = SlotOf(api);
+    HostRuntime& host = *slot.table.runtime;
+    ++slot.counters.waits;
+    slot.waits.emplace_back(Text(label), host.turns_);
+    for (HostObserver* observer : host.observers_) {
+        observer->OnWait(slot.handle, slot.waits.back().first, true);
+    }
+}
+
+uint64_t QEL_HOST_CALL HostRuntime::EndWaitEntry(HostApi* api) {
+    PluginSlot& slot = SlotOf(api);
+    HostRuntime& host = *slot.table.runtime;
+    if (slot.waits.empty()) {
+        return 0;
+    }
+    auto [label, began] = slot.waits.back();
+    slot.waits.pop_back();
+    for (HostObserver* observer : host.observers_) {
+        observer->OnWait(slot.handle, label, false);
+    }
+    return host.turns_ - began;
+}
+
+void QEL_HOST_CALL HostRuntime::WriteLogEntry(HostApi* api, uint32_t level, const char* text) {
+    PluginSlot& slot = SlotOf(api);
+    HostRuntime& host = *slot.table.runtime;
+    ++slot.counters.logLines[std::min<uint32_t>(level, 3)];
+    const std::string line = Text(text);
+    for (HostObserver* observer : host.observers_) {
+        observer->OnLog(slot.handle, level, line);
+    }
+}
+
+}  // namespace Orvan::Host

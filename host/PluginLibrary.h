@@ -1,0 +1,64 @@
+// PluginLibrary: loads a plugin's shared object and runs its entry with the
+// core's plugin API version, as the plugin manager does. Before the entry
+// runs in the host's own process it runs once in a throw-away child process
+// (where fork exists), because a plugin that refuses the core's version
+// ends the process it runs in; the host reports that refusal, with the
+// plugin's own report, instead of dying with it.
+//
+// Ownership: the shared object stays mapped for the life of the process (a
+// module's code must outlive every pointer the host keeps into it).
+// Threads: the host's thread.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "framework/host/HostAbi.h"
+
+namespace Orvan::Host {
+
+struct PluginLoadOptions {
+    std::string path;
+    // Empty: "load_" followed by the short name taken from the file name
+    // ("dvo-be-qel-lobby-team-builder.so" gives load_qel_lobby_team_builder).
+    std::string entryName;
+    uint32_t major = 18;
+    uint32_t minor = 0;
+    uint32_t patch = 0;
+    // Run the entry in a child process first (ignored where fork is missing).
+    bool probe = true;
+};
+
+class PluginLibrary {
+public:
+    using EntryFunction = void(QEL_HOST_CALL*)(PluginLoadRecord*);
+
+    // Null with `error` set when the file, the entry or the module is
+    // missing, or when the plugin refuses the core's version.
+    static std::unique_ptr<PluginLibrary> Load(const PluginLoadOptions& options,
+                                               std::string& error);
+
+    const PluginLoadRecord& Record() const { return record_; }
+    const std::string& Path() const { return path_; }
+    const std::string& EntryName() const { return entryName_; }
+    std::string ShortName() const;
+    // The plugin's own version as its entry wrote it ("18.0.0").
+    std::string VersionText() const;
+    std::vector<const EndpointRecord*> Endpoints() const;
+    uint32_t TypeCount() const;
+    uint32_t EventCount() const;
+
+    static std::string DefaultEntryName(const std::string& path);
+
+private:
+    PluginLibrary() = default;
+
+    std::string path_;
+    std::string entryName_;
+    void* handle_ = nullptr;
+    PluginLoadRecord record_{};
+};
+
+}  // namespace Orvan::Host

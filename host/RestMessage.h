@@ -1,0 +1,59 @@
+// RestMessage: a REST request and its reply as the host routes them between
+// plugins, stand-ins and outside callers. Values (arguments, bodies) are JSON
+// texts; a request body keeps its bytes and content type as sent.
+//
+// Ownership: plain values. Threads: the host's thread.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "framework/host/HostAbi.h"
+
+namespace Orvan::Host {
+
+// "GET", ... for codes 1..7, "CALL" for a direct call (8), else "".
+std::string_view MethodName(uint32_t method);
+// The code of a method name (case-sensitive; "CALL" is 8), or 0.
+uint32_t MethodCode(std::string_view name);
+
+struct RestArgument {
+    std::string name;  // empty for a positional argument
+    std::string json;
+};
+
+struct RestRequest {
+    uint32_t method = 0;
+    std::string uri;  // path, optionally "?" and the query
+    std::vector<RestArgument> arguments;
+    std::vector<std::pair<std::string, std::string>> headers;
+    std::string contentType;
+    std::string body;
+    bool hasBody = false;
+    std::string functionName;  // direct calls
+    uint32_t caller = 0;       // plugin handle; 0 for a request from outside
+
+    std::string Path() const;
+    // The positional argument at `index` as JSON text, or "" when missing.
+    std::string Argument(size_t index) const;
+};
+
+struct RestReply {
+    uint16_t status = 200;
+    bool failed = false;
+    std::string error;
+    std::string body;  // JSON text; empty for no body
+    std::vector<std::pair<std::string, std::string>> headers;
+    uint32_t resultFormat = 0;
+    // Who answered: a stand-in's or plugin's name; empty when nobody did.
+    std::string answeredBy;
+
+    static RestReply Json(std::string body, uint16_t status = 200);
+    static RestReply Error(uint16_t status, std::string text);
+    bool Ok() const { return !failed && status < 400; }
+};
+
+}  // namespace Orvan::Host
