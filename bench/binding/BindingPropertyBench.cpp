@@ -3,7 +3,9 @@
 #include <benchmark/benchmark.h>
 #include <rapidjson/document.h>
 
+#ifdef __GLIBC__
 #include <malloc.h>
+#endif
 
 #include <string>
 #include <vector>
@@ -19,7 +21,9 @@ constexpr int kRecords = 500;
 // The machine's allocator would otherwise hand the reference's 64 KiB chunks
 // back to the kernel after every iteration and fault them in again, which
 // measures the virtual machine's page tables rather than either library.
+#ifdef __GLIBC__
 const int kKeepHeap = mallopt(M_TRIM_THRESHOLD, 256 << 20);
+#endif
 
 // Wire order, deliberately not sorted.
 constexpr const char* kNames[20] = {"queueId",    "counter",      "phase",      "draftPremadeId",

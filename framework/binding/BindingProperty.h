@@ -92,10 +92,10 @@ public:
     // Observers, with the conversion rules of each kind.
     size_t Size() const;
     bool IsTrue() const;
-    int64_t AsSigned() const;                        // strings through strtoll, base 0
-    uint64_t AsUnsigned() const;                     // strings through strtoull, base 0
+    int64_t AsSigned() const;                          // strings through strtoll, base 0
+    uint64_t AsUnsigned() const;                       // strings through strtoull, base 0
     uint64_t AsUnsigned(uint64_t defaultValue) const;  // the stored value only when "unsigned"
-    std::string AsText() const;                      // "%f" floats, base64 blobs
+    std::string AsText() const;                        // "%f" floats, base64 blobs
 
     // Raw payload access; each returns a zero value for another kind.
     bool GetBool() const;
@@ -112,6 +112,9 @@ public:
     BindingProperty& MutableElement(size_t index);
     const BindingProperty& Element(size_t index) const;
     BindingProperty& Append();  // makes the value a collection if it is not one
+    // Reserve on a structure makes room for fields; on anything else it makes
+    // the value a collection first. It is a hint: counts above 2^20 reserve
+    // 2^20. Resize makes the value a collection, then grows or shrinks it.
     void Reserve(size_t count);
     void Resize(size_t count);
     std::span<const BindingProperty> Elements() const;  // empty unless a collection
