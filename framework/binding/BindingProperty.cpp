@@ -560,8 +560,9 @@ bool FindField(const StructureRecord& record, const NameKey& name, size_t& posit
     return NameEquals(items[low].name, name);
 }
 
-// The insert position of a name known to be missing, trying the context's
-// hint for this size before searching.
+// As FindField, but first tries the context's hint for a structure of this
+// size: a name that sorts strictly between the hinted neighbours is missing
+// and goes there.
 bool FindFieldForInsert(BindingContext& context, const StructureRecord& record, const NameKey& name,
                         size_t& position) {
     size_t size = record.size;
