@@ -68,7 +68,8 @@ private:
     }
 
     bool CheckLength(size_t length) {
-        if (length > kMaxLength) {
+        // Widened first: on a 32-bit build every size fits.
+        if (static_cast<uint64_t>(length) > kMaxLength) {
             return Fail(Format("Couldn't convert a value of %1 bytes or elements for the host",
                                static_cast<uint64_t>(length)));
         }

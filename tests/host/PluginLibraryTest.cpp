@@ -107,29 +107,51 @@ TEST(PluginLibraryDeathTest, IncompatibleCoresEndTheProcessWithTheReport) {
     }
 }
 
+// The plugin's start hook may register more after the framework's three.
+Strings FirstCalls(const TestHost& host, size_t count) {
+    Strings texts = host.CallTexts();
+    texts.resize(std::min(texts.size(), count));
+    return texts;
+}
+
+size_t CountLogs(const TestHost& host, const std::string& text) {
+    size_t count = 0;
+    for (const TestHost::LogLine& line : host.Logs()) {
+        count += line.text == text ? 1 : 0;
+    }
+    return count;
+}
+
+const std::string kNoHandlerLine =
+    "qel-lobby-team-builder: Could not find registered handler for async service proxy event "
+    "teambuilder-draft.";
+
 TEST(PluginLibraryTest, StartRegistersTheServiceProxyEventsAndLogsThroughTheHost) {
     TestHost host;
     host.Load();
     ASSERT_TRUE(host.Start(42));
-    EXPECT_EQ(host.CallTexts(),
+    EXPECT_EQ(FirstCalls(host, 3),
               (Strings{"3(OnServiceProxyUuidEvent, 42, 1)", "3(OnServiceProxyMethodEvent, 42, 1)",
                        "3(OnServiceProxyAsyncEvent, 42, 1)"}));
 
     // A pushed message without a handler is reported to the host's log.
-    host.Emit("OnServiceProxyAsyncEvent", AsyncAnswer("tbdGameDtoV1"));
-    EXPECT_EQ(host.Pump(), 1u);
-    const std::vector<TestHost::LogLine> logs = host.Logs();
-    ASSERT_EQ(logs.size(), 1u);
-    EXPECT_EQ(logs[0].level, 2u);
-    EXPECT_EQ(logs[0].text,
-              "qel-lobby-team-builder: Could not find registered handler for async service proxy "
-              "event teambuilder-draft.tbdGameDtoV1");
+    host.Emit("OnServiceProxyAsyncEvent", AsyncAnswer("noSuchMessageV1"));
+    host.Pump();
+    bool found = false;
+    for (const TestHost::LogLine& line : host.Logs()) {
+        if (line.text == kNoHandlerLine + "noSuchMessageV1") {
+            EXPECT_EQ(line.level, 2u);
+            found = true;
+        }
+    }
+    EXPECT_TRUE(found);
 }
 
 TEST(PluginLibraryTest, MalformedEventsAreDroppedWithoutReachingTheHandler) {
     TestHost host;
     host.Load();
     ASSERT_TRUE(host.Start());
+    const std::string line = kNoHandlerLine + "x";
 
     HostValue unknownCode{};
     unknownCode.type = 1234;
@@ -149,25 +171,28 @@ TEST(PluginLibraryTest, MalformedEventsAreDroppedWithoutReachingTheHandler) {
         host.DeliverThrough("OnServiceProxyAsyncEvent", event);
     }
     // Only a well-formed event reaches the (missing) handler and its log line.
-    EXPECT_TRUE(host.Logs().empty());
+    EXPECT_EQ(CountLogs(host, line), 0u);
     host.Deliver("OnServiceProxyAsyncEvent", AsyncAnswer("x"));
-    EXPECT_EQ(host.Logs().size(), 1u);
+    EXPECT_EQ(CountLogs(host, line), 1u);
 }
 
 TEST(PluginLibraryTest, DestroyUnregistersEveryEvent) {
     TestHost host;
     host.Load();
     ASSERT_TRUE(host.Start(9));
+    Strings expected;
+    for (const auto& [name, flags] : host.Registrations()) {
+        expected.push_back("4(" + name + ", 9)");
+    }
+    ASSERT_GE(expected.size(), 3u);
     host.ClearCalls();
     host.Destroy();
-    Strings names;
-    for (const TestHost::HostCall& call : host.Calls()) {
-        EXPECT_EQ(call.entry, 4u) << call.Text();
-        names.push_back(call.Text());
+    Strings unregistered;
+    for (const TestHost::HostCall& call : host.CallsTo(4)) {
+        unregistered.push_back(call.Text());
     }
-    std::sort(names.begin(), names.end());
-    EXPECT_EQ(names, (Strings{"4(OnServiceProxyAsyncEvent, 9)", "4(OnServiceProxyMethodEvent, 9)",
-                              "4(OnServiceProxyUuidEvent, 9)"}));
+    std::sort(unregistered.begin(), unregistered.end());
+    EXPECT_EQ(unregistered, expected);
 }
 
 uint64_t Counter(const std::array<uint32_t, kMemoryStatisticsWords>& words, size_t index) {
@@ -198,6 +223,13 @@ TEST(PluginLibraryTest, MemoryStatisticsCountTheModulesAllocations) {
     EXPECT_GT(Counter(started, 2), Counter(loaded, 2));  // bytes allocated
     EXPECT_GT(Counter(started, 3), Counter(loaded, 3));  // allocations
     EXPECT_GT(Counter(started, 5), Counter(loaded, 5));  // frees
+
+    // The host's own allocations are not the module's: the object's counting
+    // operators do not replace the process's.
+    static std::vector<std::string> hostSide;
+    hostSide.emplace_back(100000, 'x');
+    hostSide.emplace_back(std::to_string(hostSide.size()));
+    EXPECT_EQ(host.MemoryStatistics(), started);
 }
 
 }  // namespace
