@@ -55,7 +55,10 @@ struct WalkFrame {
     // Structures: the next field, the end, and the name of the field in progress.
     BindingProperty::FieldIterator field;
     BindingProperty::FieldIterator fieldEnd;
-    std::string_view name;
+    // Kept as two words: the name arrives inside a returned FieldRef, and
+    // copying it as one 16-byte block stalls on the two stores that wrote it.
+    const char* nameData = nullptr;
+    size_t nameSize = 0;
     bool isCollection = false;
     bool inItem = false;  // an element or field value has been visited and awaits its end
 };
@@ -91,20 +94,19 @@ void VisitOrOpen(const BindingProperty& value, Visitor& visitor, std::vector<Wal
         case BindingKind::Collection: {
             std::span<const BindingProperty> elements = value.Elements();
             visitor.BeginCollection(elements.size());
-            WalkFrame frame;
+            // Filled in place: copying a whole frame costs more than the walk step.
+            WalkFrame& frame = stack.emplace_back();
             frame.elements = elements.data();
             frame.count = elements.size();
             frame.isCollection = true;
-            stack.push_back(frame);
             break;
         }
         case BindingKind::Structure: {
             BindingProperty::FieldRange fields = value.Fields();
             visitor.BeginStructure(fields.size());
-            WalkFrame frame;
+            WalkFrame& frame = stack.emplace_back();
             frame.field = fields.begin();
             frame.fieldEnd = fields.end();
-            stack.push_back(frame);
             break;
         }
     }
@@ -115,6 +117,7 @@ void VisitOrOpen(const BindingProperty& value, Visitor& visitor, std::vector<Wal
 template <class Visitor>
 void WalkBinding(const BindingProperty& value, Visitor& visitor) {
     std::vector<CodecInternal::WalkFrame> stack;
+    stack.reserve(16);
     CodecInternal::VisitOrOpen(value, visitor, stack);
     while (!stack.empty()) {
         CodecInternal::WalkFrame& frame = stack.back();
@@ -135,7 +138,7 @@ void WalkBinding(const BindingProperty& value, Visitor& visitor) {
             CodecInternal::VisitOrOpen(frame.elements[frame.index], visitor, stack);
         } else {
             if (frame.inItem) {
-                visitor.EndField(frame.name);
+                visitor.EndField(std::string_view(frame.nameData, frame.nameSize));
                 ++frame.field;
                 frame.inItem = false;
             }
@@ -145,9 +148,12 @@ void WalkBinding(const BindingProperty& value, Visitor& visitor) {
                 continue;
             }
             BindingProperty::FieldRef field = *frame.field;
-            frame.name = field.name;
+            const char* nameData = field.name.data();
+            size_t nameSize = field.name.size();
+            frame.nameData = nameData;
+            frame.nameSize = nameSize;
             frame.inItem = true;
-            visitor.FieldName(field.name);
+            visitor.FieldName(std::string_view(nameData, nameSize));
             CodecInternal::VisitOrOpen(field.value, visitor, stack);
         }
     }
