@@ -2,24 +2,200 @@
 // creates it; the host starts it, drives it through events, delayed calls and
 // endpoint requests on its one thread, and destroys it.
 //
+// Every game DTO, pushed by the service, returned by a call or fetched after
+// a reconnection, passes through one intake (ApplyGameDtoRecord) that drops
+// stale and invalid ones, keeps the last accepted one and derives the
+// published resources from the change between the stored and the incoming
+// record. The members are defined by concern:
+//   LobbyTeamBuilderPlugin.cpp   construction, endpoint registration, start
+//   DtoIntake.cpp                the intake and the response utilities
+//   SessionHandlers.cpp          login and game-flow sessions, settings,
+//                                the reconnect retrieval
+//   LobbyResources.cpp           lobby, countdown and matchmaking resources
+//   MatchmakingSearch.cpp        the matchmaking search derived from two DTOs
+//   PendingOperations.cpp        lobby and matchmaking operations not served yet
+//   ../champselect/              champion select
+//
 // Ownership: owns all of the plugin's state by value for the life of the
-// module. Threads: the host's thread (see AppModule).
+// module. Threads: the host's thread (see AppModule); waits inside service
+// calls give the host turns, so handlers re-read state after a call.
 #pragma once
 
+#include <cstdint>
+#include <deque>
+#include <optional>
+#include <set>
+#include <string>
+#include <string_view>
+#include <unordered_set>
+
+#include "framework/binding/Failure.h"
+#include "framework/binding/NativeConversion.h"
+#include "framework/binding/StaticType.h"
 #include "framework/host/AppModule.h"
+#include "framework/resources/TypedResource.h"
+#include "framework/serviceproxy/ServiceCaller.h"
+#include "teambuilder/lobby/GameDtoRecord.h"
+#include "teambuilder/lobby/LobbyRecords.h"
 
 namespace Orvan::Client::LobbyTeamBuilder {
 
 // The name the host loads the plugin under.
 inline constexpr const char* kShortName = "qel-lobby-team-builder";
 
+// Name of the delayed retry of the reconnect retrieval.
+inline constexpr std::string_view kRetrieveLatestDtoTask =
+    "qel-lobby-team-builder.retrieve-latest-tbd-game-dto";
+
 class LobbyTeamBuilderPlugin : public Framework::AppModule {
 public:
+    using RawResponse = Framework::AppModule::ServiceProxyRawResponse;
+    template <class T>
+    using ResourceEvent = Framework::TypedResource<T>;
+
     LobbyTeamBuilderPlugin();
     ~LobbyTeamBuilderPlugin() override;
 
     void RegisterEndpoints() override;
     bool OnStart() override;
+
+    // ---- DTO intake ------------------------------------------------------
+
+    // The single gate of every game DTO: drops stale, abandoned and invalid
+    // ones, runs the consumers with the stored and the incoming record, then
+    // stores the incoming one. An empty record clears the game.
+    void ApplyGameDtoRecord(GameDtoRecord incoming);
+    // Applies a DTO received now.
+    void OnTbdGameDto(const Api::TbdGameDtoV1& dto);
+    // Logs a received service message whole when the platform setting asks
+    // for it; runs before each typed service-message handler.
+    template <class T>
+    void LogServiceMessage(const T& message);
+    // DTOs of a lobby the player has left are stale until the player joins
+    // it again.
+    void AddToAbandonedLobbyIds(const std::string& draftPremadeId);
+    void RemoveFromAbandonedLobbyIds(const std::string& draftPremadeId);
+
+    // The raw answer of a call that must answer with a DTO: applied (no
+    // value), or the failure to report.
+    Framework::Maybe<> HandleDtoResponse(std::string_view methodName,
+                                         const Framework::Maybe<RawResponse>& response);
+    static bool IsCallFailed(const RawResponse& response);
+    // "methodName=..., status=..." or the failure's message.
+    static std::string DescribeResponse(const Framework::Maybe<RawResponse>& result);
+
+    // ---- Followed resources and the reconnect retrieval --------------------
+
+    void OnLogAllLcdsMessages(const Framework::Resource& event);
+    void OnChampSelectDomainName(const Framework::Resource& event);
+    void OnLoginSession(const ResourceEvent<Api::LoginSession>& event);
+    void OnGameflowSession(const ResourceEvent<Api::GameflowSession>& event);
+    // Asks the service for the latest DTO after a reconnection; retried on a
+    // timer while the service reports a temporary error.
+    void RetrieveLatestGameDto();
+
+    // ---- Lobby, countdown and matchmaking resources -----------------------
+
+    Api::Lobby ComputeLobby(const Api::TbdGameDtoV1& dto) const;
+    static Api::LobbyCountdownTimer ComputeCountdown(const Api::TbdGameDtoV1& dto);
+    // Also keeps the result as the current search (GET matchmaking).
+    Api::MatchmakingSearch ComputeMatchmakingSearch(
+        const std::optional<Api::TbdGameDtoV1>& previous, const Api::TbdGameDtoV1& incoming,
+        const std::optional<Api::GatekeeperRestricted>& restrictions);
+    void PublishCountdown(const Api::TbdGameDtoV1& dto);
+    void UpdateLobbyResource(const GameDtoRecord& previous, const GameDtoRecord& incoming);
+    void UpdateMatchmakingResource(const GameDtoRecord& previous, const GameDtoRecord& incoming);
+
+    // ---- Champion select (consumers of the intake) --------------------------
+
+    void OnChampSelectDto(const GameDtoRecord& previous, const GameDtoRecord& incoming);
+    void UpdateDraftLists(const GameDtoRecord& incoming);
+
+    // ---- Pushed service messages besides the DTO --------------------------
+
+    void OnRemovedFromService(const Api::RemovedFromServiceV1& message);
+    void OnGameStartFailed();
+    void OnGatekeeperRestricted(const Api::GatekeeperRestricted& message);
+    void OnLowPriorityQueueAbandoned(const Api::QuitguardAbandoned& message);
+
+    // ---- Routes -------------------------------------------------------------
+
+    Framework::Maybe<Api::Lobby> GetLobby();
+    Framework::Maybe<Api::TbEnabledFeatures> RetrieveFeatureToggles();
+    Framework::Maybe<Api::Lobby> CreatePremade(const Api::CreatePremadeV1& lobby);
+    Framework::Maybe<> SetPositionPreferences(
+        const Api::SpecifyPositionPreferencesV1& positionPreferences);
+    Framework::Maybe<> SetPositionPreferencesV2(
+        const Api::SpecifyPositionPreferencesV2& positionPreferences);
+    Framework::Maybe<> QuitLobby();
+    Framework::Maybe<> JoinPremade(const Api::LobbyInvitation& invitation);
+    Framework::Maybe<> PromoteMember(uint64_t id);
+    Framework::Maybe<> KickMember(uint64_t id);
+    Framework::Maybe<Api::LobbyCountdownTimer> GetLobbyCountdown();
+    Framework::Maybe<Api::MatchmakingSearch> GetMatchmakingSearch();
+    Framework::Maybe<Api::MatchmakingSearch> StartMatchmaking(const std::string& quitguardToken);
+    Framework::Maybe<> LeaveMatchmaking();
+    Framework::Maybe<> AbandonLowPriorityQueue(const std::string& quitguardToken);
+    Framework::Maybe<> AcceptReadyCheck();
+    Framework::Maybe<> DeclineReadyCheck();
+
+    // ---- State, read-only ---------------------------------------------------
+
+    const GameDtoRecord& StoredDto() const { return storedDto_; }
+    const std::optional<Api::TbLobbyPremadeStateResource>& LastKnownPremadeState() const {
+        return lastKnownPremadeState_;
+    }
+    const std::string& CurrentDraftPremadeId() const { return currentDraftPremadeId_; }
+    uint64_t LocalSummonerId() const { return localSummonerId_; }
+    bool LogsAllServiceMessages() const { return logAllLcdsMessages_; }
+    uint32_t LatestDtoRetryCount() const { return latestDtoRetryCount_; }
+    const std::string& ChampSelectDomainName() const { return champSelectDomainName_; }
+    uint32_t ServiceCallsInProgress() const { return teamBuilder_.CallsInProgress(); }
+
+private:
+    void LogServiceMessageValue(Framework::Maybe<Framework::BindingProperty> value,
+                                std::string_view typeName) const;
+
+    // Lobby ids the player has left; DTOs of them are stale.
+    std::set<std::string> abandonedLobbyIds_;
+    std::deque<std::string> recentChampSelectTeamIds_;
+    Api::Lobby publishedLobby_;
+    Api::MatchmakingSearch publishedMatchmakingSearch_;
+    std::optional<Api::ChampSelectSession> lastPublishedSession_;
+    std::optional<Api::TbLobbyPremadeStateResource> lastKnownPremadeState_;
+    std::string champSelectDomainName_ = "champ-select";
+    bool logAllLcdsMessages_ = false;
+    GameDtoRecord storedDto_;
+    Api::MatchmakingSearch matchmakingSearch_;
+    std::optional<Api::TbdInventory> draftInventory_;
+    std::string currentDraftPremadeId_;
+    int64_t localWardSkinId_ = 1;
+    // The rest of the ward-skin state and the team-boost state join here with
+    // the champion-select operations that use them.
+    // Service calls to the team-builder service, with their count in flight.
+    Framework::ServiceCaller teamBuilder_;
+    uint32_t latestDtoRetryCount_ = 0;
+    uint64_t localSummonerId_ = 0;
+    bool loginConnected_ = false;
+    bool loginSucceeded_ = false;
+    bool gameClientRunning_ = false;
+    bool lastAllowOptingOutOfBanning_ = false;
+    bool applyingReconnectDto_ = false;
+    int32_t pendingCeremonyActionId_ = -1;
+    std::unordered_set<int32_t> completedCeremonyActionIds_;
+    int32_t ceremonyActionIdBase_ = 100;
+    // The UX show timers' state joins here with the timers.
 };
+
+// ---- Template definitions -------------------------------------------------------
+
+template <class T>
+void LobbyTeamBuilderPlugin::LogServiceMessage(const T& message) {
+    if (!logAllLcdsMessages_) {
+        return;
+    }
+    LogServiceMessageValue(Framework::ConvertToProperty(Registry(), message),
+                           Framework::StaticType::Of<T>().name);
+}
 
 }  // namespace Orvan::Client::LobbyTeamBuilder

@@ -1,0 +1,155 @@
+// The game-DTO intake: the one gate every team-builder DTO passes, and the
+// utilities that turn service answers into applied DTOs or failures.
+#include <string>
+#include <utility>
+
+#include "framework/binding/MessageFormat.h"
+#include "framework/binding/NativeConversion.h"
+#include "framework/codec/Json.h"
+#include "framework/log/Log.h"
+#include "framework/serviceproxy/ServiceProxyClient.h"
+#include "teambuilder/lobby/LobbyTeamBuilderPlugin.h"
+
+namespace Orvan::Client::LobbyTeamBuilder {
+
+using Framework::Failure;
+using Framework::kAlways;
+using Framework::kError;
+using Framework::kGroupDbg;
+using Framework::kGroupGen;
+using Framework::kOkay;
+using Framework::kWarn;
+using Framework::Log;
+using Framework::Maybe;
+
+namespace {
+
+constexpr std::string_view kDtoMethod = "tbdGameDtoV1";
+
+std::string PremadeIdOf(const GameDtoRecord& record) {
+    const Api::TbLobbyPremadeStateResource* premade = record.PremadeState();
+    return premade != nullptr ? premade->draftPremadeId : std::string();
+}
+
+}  // namespace
+
+void LobbyTeamBuilderPlugin::ApplyGameDtoRecord(GameDtoRecord incoming) {
+    // A lobby the player has left keeps pushing for a while; its DTOs must
+    // not bring it back.
+    bool abandoned = false;
+    if (const Api::TbLobbyPremadeStateResource* premade = incoming.PremadeState()) {
+        abandoned = abandonedLobbyIds_.count(premade->draftPremadeId) != 0;
+    }
+    const bool outOfDate =
+        storedDto_.HasDto() && incoming.HasDto() && incoming.dto->counter < storedDto_.dto->counter;
+    // Counters at or below 0 come from answers that carry no sequence; they
+    // are always taken.
+    if (incoming.Counter() > 0 && (abandoned || outOfDate)) {
+        Log(kOkay, kGroupGen, "Received out-of-date TB dto.");
+        return;
+    }
+    if (incoming.QueueId() == -1) {
+        Log(kOkay, kGroupGen, "Received invalid TB dto.");
+        return;
+    }
+
+    // The service may skip the search entirely (a lobby that is matched at
+    // once); the matchmaking resource still has to pass through searching so
+    // the ready check is shown as a found match.
+    const std::string_view storedPhase = storedDto_.Phase();
+    if ((!storedDto_.HasDto() ||
+         (storedPhase != kPhaseMatchmaking && storedPhase != kPhaseAfkCheck)) &&
+        incoming.HasDto() && incoming.dto->phaseName == kPhaseAfkCheck) {
+        Log(kWarn, kGroupDbg,
+            "Missed MATCHMAKING phase, but found AFK_CHECK.  Artificially creating MATCHMAKING "
+            "event\n    previous phase  : %s\n    previous premade: %s\n    current phase   : "
+            "%s\n    current premade : %s",
+            std::string(storedPhase).c_str(), PremadeIdOf(storedDto_).c_str(),
+            incoming.dto->phaseName.c_str(), PremadeIdOf(incoming).c_str());
+        Api::TbdGameDtoV1 searching;
+        searching.phaseName = kPhaseMatchmaking;
+        searching.queueId = incoming.dto->queueId;
+        UpdateMatchmakingResource(storedDto_, GameDtoRecord::ReceivedNow(std::move(searching)));
+    }
+
+    if (!incoming.HasDto()) {
+        currentDraftPremadeId_.clear();
+    } else if (const Api::TbLobbyPremadeStateResource* premade = incoming.PremadeState()) {
+        currentDraftPremadeId_ = premade->draftPremadeId;
+    }
+
+    UpdateLobbyResource(storedDto_, incoming);
+    UpdateMatchmakingResource(storedDto_, incoming);
+    OnChampSelectDto(storedDto_, incoming);
+    UpdateDraftLists(incoming);
+
+    storedDto_ = std::move(incoming);
+
+    // A fall-back reason is news once: the consumers above saw it with the
+    // DTO that brought it, the next DTO is compared against a copy without it.
+    if (storedDto_.dto && storedDto_.dto->premadeState) {
+        Api::TbLobbyPremadeStateResource& premade = *storedDto_.dto->premadeState;
+        premade.backwardsToPremadeTransitionReason.backwardsTransitionReason.clear();
+        lastKnownPremadeState_ = premade;
+    }
+}
+
+void LobbyTeamBuilderPlugin::OnTbdGameDto(const Api::TbdGameDtoV1& dto) {
+    ApplyGameDtoRecord(GameDtoRecord::ReceivedNow(dto));
+}
+
+void LobbyTeamBuilderPlugin::AddToAbandonedLobbyIds(const std::string& draftPremadeId) {
+    Log(kAlways, kGroupDbg, "AddToAbandonedLobbyInvitationIds: %s", draftPremadeId.c_str());
+    abandonedLobbyIds_.insert(draftPremadeId);
+}
+
+void LobbyTeamBuilderPlugin::RemoveFromAbandonedLobbyIds(const std::string& draftPremadeId) {
+    Log(kAlways, kGroupDbg, "RemoveFromAbandonedLobbyIds: %s", draftPremadeId.c_str());
+    abandonedLobbyIds_.erase(draftPremadeId);
+}
+
+void LobbyTeamBuilderPlugin::LogServiceMessageValue(Maybe<Framework::BindingProperty> value,
+                                                    std::string_view typeName) const {
+    if (!value) {
+        const Failure failure = Framework::ServiceProxySerializationFailure(typeName);
+        Trace("%s: %s", ShortName().c_str(), failure.message.c_str());
+        Log(kError, kGroupDbg, "Failed to serialize teambuilder service proxy message.");
+        return;
+    }
+    const std::string json = Framework::WriteJson(*value, &Registry());
+    Log(kAlways, kGroupDbg, "Teambuilder service proxy message received: %s", json.c_str());
+}
+
+Maybe<> LobbyTeamBuilderPlugin::HandleDtoResponse(std::string_view methodName,
+                                                  const Maybe<RawResponse>& response) {
+    if (!response) {
+        return response.GetFailure();
+    }
+    if (response->status != "OK") {
+        return Failure(Framework::Format(
+            "Received status %1 instead of expected status of OK from request to %2:%3",
+            response->status, kTeamBuilderService, methodName));
+    }
+    if (response->methodName != kDtoMethod) {
+        return Failure(
+            Framework::Format("Did not receive the expected method %1, instead received %2",
+                              kDtoMethod, response->methodName));
+    }
+    // Whatever converts is taken; a DTO that is left without its queue is
+    // refused by the intake as invalid.
+    Api::TbdGameDtoV1 dto;
+    (void)Framework::AssignFromProperty(Registry(), response->payload, "<value>", dto);
+    ApplyGameDtoRecord(GameDtoRecord::ReceivedNow(std::move(dto)));
+    return Maybe<>::Success();
+}
+
+bool LobbyTeamBuilderPlugin::IsCallFailed(const RawResponse& response) {
+    return response.status == "SERVICE UNAVAILABLE" || response.status == "SERVICE UNKNOWN" ||
+           response.methodName == "callFailedV1";
+}
+
+std::string LobbyTeamBuilderPlugin::DescribeResponse(const Maybe<RawResponse>& result) {
+    return Framework::DescribeServiceProxyResponse(result);
+}
+
+}  // namespace Orvan::Client::LobbyTeamBuilder
