@@ -1,3 +1,273 @@
-int main() {
+// qel-host: the stand-in plugin host. See Usage() for the commands.
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "host/Demo.h"
+#include "host/HostRuntime.h"
+#include "host/PluginLibrary.h"
+#include "host/StandIns.h"
+#include "host/Timeline.h"
+#include "sim/Scenario.h"
+#include "sim/ServiceSimulator.h"
+
+namespace {
+
+using namespace Orvan::Host;
+
+void Usage(std::FILE* out) {
+    std::fprintf(out,
+                 "qel-host: a stand-in plugin host for the team-builder plugin.\n"
+                 "\n"
+                 "usage:\n"
+                 "  qel-host demo [--scenario NAME] [--speed FACTOR|max] [--seed N] [--json]\n"
+                 "                [-q|-v|-vv] [--malformed SHARE] [--memory] [PLUGIN OPTIONS]\n"
+                 "      plays a scenario through the plugin and prints its timeline; exits 0\n"
+                 "      only when the scenario reached its expected end\n"
+                 "  qel-host scenarios          lists the scenarios\n"
+                 "  qel-host info [PLUGIN OPTIONS]\n"
+                 "      loads the plugin and lists its endpoints, types and events\n"
+                 "  qel-host request METHOD PATH [BODY] [--content-type TYPE] [PLUGIN OPTIONS]\n"
+                 "      signs in, sends one request to the plugin (or a stand-in) and prints\n"
+                 "      the reply; exits 0 for a 2xx status\n"
+                 "\n"
+                 "plugin options:\n"
+                 "  --plugin PATH        the plugin's shared object (default: the one built\n"
+                 "                       beside this program)\n"
+                 "  --entry NAME         its entry (default: from the file name)\n"
+                 "  --core-version X.Y.Z the plugin API the host offers (default 18.0.0)\n"
+                 "\n"
+                 "demo options:\n"
+                 "  --speed FACTOR  simulated seconds per real second (default 3: a draft in\n"
+                 "                  about a minute); max runs as fast as possible\n"
+                 "  --seed N        the simulated players' choices (default 1)\n"
+                 "  --json          one JSON object per timeline line\n"
+                 "  -q, -v, -vv     less detail; the plugin's calls and warnings; everything\n"
+                 "  --malformed S   share (0..1) of service answers damaged on purpose\n"
+                 "  --memory        the plugin's memory statistics at the end\n");
+}
+
+struct Arguments {
+    std::vector<std::string> positional;
+    DemoOptions demo;
+    std::string contentType = "application/json";
+    std::string error;
+};
+
+bool ParseVersion(const std::string& text, PluginLoadOptions& plugin) {
+    unsigned major = 0, minor = 0, patch = 0;
+    char extra = 0;
+    if (std::sscanf(text.c_str(), "%u.%u.%u%c", &major, &minor, &patch, &extra) != 3) {
+        return false;
+    }
+    plugin.major = major;
+    plugin.minor = minor;
+    plugin.patch = patch;
+    return true;
+}
+
+Arguments Parse(int argc, char** argv) {
+    Arguments args;
+    args.demo.plugin.path = DefaultPluginPath();
+    for (int i = 1; i < argc; ++i) {
+        const std::string arg = argv[i];
+        auto value = [&]() -> std::string {
+            if (i + 1 >= argc) {
+                args.error = arg + " needs a value";
+                return {};
+            }
+            return argv[++i];
+        };
+        if (arg == "--scenario") {
+            args.demo.scenario = value();
+        } else if (arg == "--speed") {
+            const std::string text = value();
+            char* end = nullptr;
+            const double speed = std::strtod(text.c_str(), &end);
+            if (text == "max") {
+                args.demo.speed = 0.0;
+            } else if (end == text.c_str() || *end != '\0' || !(speed > 0.0)) {
+                args.error = "--speed needs a positive number or max";
+            } else {
+                args.demo.speed = speed;
+            }
+        } else if (arg == "--seed") {
+            const std::string text = value();
+            char* end = nullptr;
+            args.demo.seed = std::strtoull(text.c_str(), &end, 10);
+            if (end == text.c_str() || *end != '\0') {
+                args.error = "--seed needs a whole number";
+            }
+        } else if (arg == "--json") {
+            args.demo.json = true;
+        } else if (arg == "-q" || arg == "--quiet") {
+            args.demo.detail = 0;
+        } else if (arg == "-v") {
+            args.demo.detail = 2;
+        } else if (arg == "-vv") {
+            args.demo.detail = 3;
+        } else if (arg == "--malformed") {
+            const std::string text = value();
+            char* end = nullptr;
+            const double share = std::strtod(text.c_str(), &end);
+            if (end == text.c_str() || *end != '\0' || share < 0.0 || share > 1.0) {
+                args.error = "--malformed needs a share between 0 and 1";
+            }
+            args.demo.malformedShare = share;
+        } else if (arg == "--memory") {
+            args.demo.memory = true;
+        } else if (arg == "--plugin") {
+            args.demo.plugin.path = value();
+        } else if (arg == "--entry") {
+            args.demo.plugin.entryName = value();
+        } else if (arg == "--core-version") {
+            if (!ParseVersion(value(), args.demo.plugin)) {
+                args.error = "--core-version needs MAJOR.MINOR.PATCH";
+            }
+        } else if (arg == "--content-type") {
+            args.contentType = value();
+        } else if (arg == "-h" || arg == "--help") {
+            args.positional.insert(args.positional.begin(), "help");
+        } else if (arg.size() > 1 && arg[0] == '-' && args.positional.size() < 2) {
+            args.error = "unknown option " + arg;
+        } else {
+            args.positional.push_back(arg);
+        }
+        if (!args.error.empty()) {
+            break;
+        }
+    }
+    return args;
+}
+
+int Scenarios() {
+    for (const Orvan::Simulation::ScenarioSpec& spec : Orvan::Simulation::Scenarios()) {
+        std::printf("%-13s %s\n%-13s expected: %s\n", std::string(spec.name).c_str(),
+                    std::string(spec.summary).c_str(), "", std::string(spec.expectedEnd).c_str());
+    }
     return 0;
+}
+
+int Info(const Arguments& args) {
+    std::string error;
+    std::unique_ptr<PluginLibrary> library = PluginLibrary::Load(args.demo.plugin, error);
+    if (library == nullptr) {
+        std::fprintf(stderr, "qel-host: %s\n", error.c_str());
+        return 2;
+    }
+    std::printf("%s\n  short name %s, plugin API %s, entry %s\n", library->Path().c_str(),
+                library->ShortName().c_str(), library->VersionText().c_str(),
+                library->EntryName().c_str());
+    const auto endpoints = library->Endpoints();
+    std::printf("  %zu endpoints:\n", endpoints.size());
+    for (const EndpointRecord* endpoint : endpoints) {
+        const char* name = endpoint->function.name != nullptr ? endpoint->function.name : "";
+        const char* path = endpoint->urlTemplate != nullptr && *endpoint->urlTemplate != '\0'
+                               ? endpoint->urlTemplate
+                               : name;
+        std::printf("    %-7s %s\n", std::string(MethodName(endpoint->method)).c_str(), path);
+    }
+    std::printf("  %u types, %u events\n", library->TypeCount(), library->EventCount());
+    const PluginApiDescriptor* api = library->Record().apiDescriptor;
+    for (uint32_t i = 0; api != nullptr && api->events != nullptr && i < api->eventCount; ++i) {
+        const EventRecord& event = api->events[i];
+        std::printf("    event %s (%s)\n", event.name != nullptr ? event.name : "",
+                    event.payloadTypeName != nullptr ? event.payloadTypeName : "");
+    }
+    HostClock clock(0.0);
+    HostRuntime runtime(clock);
+    const uint32_t plugin = runtime.Attach(*library);
+    if (auto memory = runtime.Memory(plugin)) {
+        std::printf("  memory after load: %llu bytes live at peak, %llu allocations\n",
+                    static_cast<unsigned long long>(memory->peakLiveBytes),
+                    static_cast<unsigned long long>(memory->allocations));
+    }
+    runtime.Destroy(plugin);
+    return 0;
+}
+
+int Request(const Arguments& args) {
+    if (args.positional.size() < 3) {
+        std::fprintf(stderr, "qel-host: request needs METHOD and PATH\n");
+        return 2;
+    }
+    const uint32_t method = MethodCode(args.positional[1]);
+    if (method == 0) {
+        std::fprintf(stderr, "qel-host: unknown method %s\n", args.positional[1].c_str());
+        return 2;
+    }
+    std::string error;
+    std::unique_ptr<PluginLibrary> library = PluginLibrary::Load(args.demo.plugin, error);
+    if (library == nullptr) {
+        std::fprintf(stderr, "qel-host: %s\n", error.c_str());
+        return 2;
+    }
+    HostClock clock(0.0);
+    HostRuntime runtime(clock);
+    Timeline timeline(stdout, args.demo.json, args.demo.detail, [&] { return clock.Now(); });
+    runtime.AddObserver(&timeline);
+    StandIns standIns(runtime, StandInOptions{});
+    Orvan::Simulation::ServiceSimulator services(standIns,
+                                                 *Orvan::Simulation::FindScenario("draft"));
+    standIns.SetServices(&services);
+    standIns.SetNarrator(
+        [&](std::string_view who, const std::string& what) { timeline.Note(who, what); });
+    standIns.Install();
+    const uint32_t plugin = runtime.Attach(*library);
+    if (!runtime.Start(plugin)) {
+        std::fprintf(stderr, "qel-host: the plugin refused to start\n");
+        return 1;
+    }
+    standIns.SignIn();
+    runtime.RunFor(1.0);
+    RestRequest request;
+    request.method = method;
+    request.uri = args.positional[2];
+    request.functionName = method == kHostMethodDirectCall ? args.positional[2] : "";
+    if (args.positional.size() > 3) {
+        request.hasBody = true;
+        request.body = args.positional[3];
+        request.contentType = args.contentType;
+    }
+    const RestReply reply = runtime.Route(request);
+    timeline.Rest("you", request, reply);
+    runtime.RunFor(1.0);
+    std::printf("%u %s\n%s\n", reply.status, reply.failed ? reply.error.c_str() : "OK",
+                reply.body.c_str());
+    runtime.Destroy(plugin);
+    runtime.RemoveObserver(&timeline);
+    return reply.Ok() ? 0 : 1;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    Arguments args = Parse(argc, argv);
+    if (!args.error.empty()) {
+        std::fprintf(stderr, "qel-host: %s (see qel-host --help)\n", args.error.c_str());
+        return 2;
+    }
+    const std::string command = args.positional.empty() ? "help" : args.positional[0];
+    if (command == "help") {
+        Usage(stdout);
+        return 0;
+    }
+    if (command == "demo") {
+        return RunDemo(args.demo).exitCode;
+    }
+    if (command == "scenarios") {
+        return Scenarios();
+    }
+    if (command == "info") {
+        return Info(args);
+    }
+    if (command == "request") {
+        return Request(args);
+    }
+    std::fprintf(stderr, "qel-host: unknown command %s (see qel-host --help)\n", command.c_str());
+    return 2;
 }

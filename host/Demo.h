@@ -1,0 +1,59 @@
+// Demo: a whole scenario run through the real plugin. The host loads the
+// plugin, installs the stand-ins and the simulated services, signs in, and
+// plays the local player through the plugin's REST endpoints (create or join
+// the lobby, choose positions, queue, accept, ban, pick, choose skin, spells
+// and ward skin, trade) while nine simulated players play the rest. It
+// prints the timeline as it goes and checks at the end that the scenario
+// reached its expected end, milestone by milestone.
+//
+// When the plugin lacks an endpoint a step needs, the run stops there and
+// says which operation the plugin could not perform. With a malformed share,
+// the service damages some of its answers; the run then counts as a success
+// when host and plugin survive it and the plugin still answers.
+//
+// Ownership: a run owns everything it creates. Threads: the calling thread.
+#pragma once
+
+#include <cstdint>
+#include <cstdio>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "host/PluginLibrary.h"
+
+namespace Orvan::Host {
+
+struct DemoOptions {
+    std::string scenario = "draft";
+    // Simulated seconds per real second; 0 runs as fast as the work allows.
+    double speed = 3.0;
+    uint64_t seed = 1;
+    bool json = false;
+    int detail = 1;
+    double malformedShare = 0.0;
+    bool memory = false;
+    PluginLoadOptions plugin;
+    std::FILE* out = stdout;
+};
+
+struct DemoResult {
+    bool success = false;
+    // 0 success, 1 the scenario did not reach its end, 2 the plugin did not load.
+    int exitCode = 1;
+    std::string outcome;
+    std::vector<std::pair<std::string, bool>> milestones;
+    // "POST /qel-lobby-team-builder/v1/lobby" when a step found the plugin
+    // without that operation (no endpoint, or one without its handler yet).
+    std::string missingEndpoint;
+    size_t resourceEvents = 0;
+    uint32_t malformed = 0;
+    double simulatedSeconds = 0.0;
+};
+
+DemoResult RunDemo(const DemoOptions& options);
+
+// The plugin built beside the host (set when the program is built).
+std::string DefaultPluginPath();
+
+}  // namespace Orvan::Host
