@@ -46,9 +46,7 @@ const char* ApiDescriptor::Text(std::string_view text) {
     return texts_.emplace_back(text).c_str();
 }
 
-const char* const* ApiDescriptor::TextArray(const std::vector<std::string>& texts,
-                                            uint32_t& count) {
-    count = static_cast<uint32_t>(texts.size());
+const char* const* ApiDescriptor::TextArray(const std::vector<std::string>& texts) {
     if (texts.empty()) {
         return nullptr;
     }
@@ -91,7 +89,8 @@ void ApiDescriptor::AddTypes(const BindingTypeRegistry& registry) {
         record.nameSpace = Text(type->nameSpace);
         record.size = type->size;
         record.description = Text(type->description);
-        record.tags = TextArray(type->tags, record.tagCount);
+        record.tags = TextArray(type->tags);
+        record.tagCount = static_cast<uint32_t>(type->tags.size());
 
         Range fieldRange{fields_.size(), type->fields.size()};
         for (const BindingFieldInfo& field : type->fields) {
@@ -132,7 +131,8 @@ void ApiDescriptor::AddEvents(const BindingTypeRegistry& registry) {
         record.nameSpace = Text(event->nameSpace);
         record.payloadTypeName = Text(DescribeTypeIdentifier(registry, event->type).type);
         record.description = Text(event->description);
-        record.tags = TextArray(event->tags, record.tagCount);
+        record.tags = TextArray(event->tags);
+        record.tagCount = static_cast<uint32_t>(event->tags.size());
         events_.push_back(record);
     }
 }
@@ -158,7 +158,8 @@ void ApiDescriptor::AddEndpoints(const BindingTypeRegistry& registry,
         help.asyncResultTypeName =
             Text(function.async ? DescribeTypeIdentifier(registry, function.asyncType).type
                                 : std::string());
-        help.tags = TextArray(function.tags, help.tagCount);
+        help.tags = TextArray(function.tags);
+        help.tagCount = static_cast<uint32_t>(function.tags.size());
 
         endpointArguments_.push_back(Range{arguments_.size(), function.arguments.size()});
         endpointLocations_.push_back(Range{locations_.size(), function.arguments.size()});
@@ -185,7 +186,8 @@ void ApiDescriptor::AddEndpoints(const BindingTypeRegistry& registry,
         endpointStringLists_.push_back(Range{stringLists_.size(), endpoint.stringLists.size()});
         for (const std::vector<std::string>& list : endpoint.stringLists) {
             EndpointStringListRecord listRecord{};
-            listRecord.texts = TextArray(list, listRecord.count);
+            listRecord.texts = TextArray(list);
+            listRecord.count = static_cast<uint32_t>(list.size());
             stringLists_.push_back(listRecord);
         }
         record.stringListCount = static_cast<uint32_t>(endpoint.stringLists.size());

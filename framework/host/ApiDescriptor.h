@@ -60,7 +60,9 @@ public:
 
 private:
     const char* Text(std::string_view text);
-    const char* const* TextArray(const std::vector<std::string>& texts, uint32_t& count);
+    // Counts are stored by the caller: a reference to a field of a packed
+    // record may be misaligned.
+    const char* const* TextArray(const std::vector<std::string>& texts);
     void AddTypes(const BindingTypeRegistry& registry);
     void AddEvents(const BindingTypeRegistry& registry);
     void AddEndpoints(const BindingTypeRegistry& registry,
