@@ -144,7 +144,7 @@ public:
 
 private:
     template <size_t... I>
-    Maybe<BindingProperty> InvokeWith(std::span<BindingProperty> arguments,
+    Maybe<BindingProperty> InvokeWith([[maybe_unused]] std::span<BindingProperty> arguments,
                                       const EndpointCall& call, std::index_sequence<I...>) const {
         [[maybe_unused]] std::tuple<std::decay_t<P>...> natives{};
         std::optional<Failure> failure;
