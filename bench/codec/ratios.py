@@ -1,12 +1,14 @@
 #!/usr/bin/env python3
 """Runs the codec benchmarks and prints each figure as a ratio to its
 reference in the same run (throughput ours / throughput reference, so higher
-is better). Uses the fastest of the repetitions of each benchmark, which is
-the least disturbed by other work on the machine.
+is better). Repetitions are interleaved at random and the median of each
+benchmark is used, so that load from other work on the machine falls on both
+sides alike.
 
 Usage: bench/codec/ratios.py BUILD_DIR [REPETITIONS]
 """
 import json
+import statistics
 import subprocess
 import sys
 
@@ -24,15 +26,16 @@ def main():
     repetitions = sys.argv[2] if len(sys.argv) > 2 else "7"
     for exe, (ours, refs) in PAIRS.items():
         out = subprocess.run(
-            [f"{build}/bench/codec/{exe}", "--benchmark_format=json", "--benchmark_min_time=0.2",
-             f"--benchmark_repetitions={repetitions}"],
+            [f"{build}/bench/codec/{exe}", "--benchmark_format=json", "--benchmark_min_time=0.1",
+             f"--benchmark_repetitions={repetitions}", "--benchmark_enable_random_interleaving=true"],
             check=True, capture_output=True, text=True).stdout
-        best = {}
+        times = {}
         for b in json.loads(out)["benchmarks"]:
             if b.get("run_type") != "iteration":
                 continue
             name = b["run_name"].replace("/real_time", "")
-            best[name] = min(best.get(name, float("inf")), b["real_time"])
+            times.setdefault(name, []).append(b["real_time"])
+        best = {name: statistics.median(values) for name, values in times.items()}
         prefixes = list(dict.fromkeys(name.rsplit("/", 1)[0] for name in best))
         for prefix in prefixes:
             mine = best[f"{prefix}/{ours}"]
