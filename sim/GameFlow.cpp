@@ -236,7 +236,7 @@ void ServiceSimulator::Game::MatchFound() {
         Later(delay, "ready check answer", [this, i, accept] { Respond(i, accept); });
     }
     Later(static_cast<double>(kReadyCheckMs) / 1000.0, "ready check ends",
-          [this] { ResolveReadyCheck(); });
+          [this] { ResolveReadyCheck(true); });
 }
 
 void ServiceSimulator::Game::Respond(size_t player, bool accept) {
@@ -247,7 +247,7 @@ void ServiceSimulator::Game::Respond(size_t player, bool accept) {
     const SimPlayer& who = players_[player];
     if (!accept) {
         env_.Narrate(who.party ? Actor(player) : "a stranger", "declines the ready check");
-        Later(1.0, "ready check fails", [this] { ResolveReadyCheck(); });
+        Later(1.0, "ready check fails", [this] { ResolveReadyCheck(false); });
         return;
     }
     if (who.party && !who.local) {
@@ -256,22 +256,28 @@ void ServiceSimulator::Game::Respond(size_t player, bool accept) {
     if (responses_.size() == players_.size() &&
         std::all_of(responses_.begin(), responses_.end(), [](const auto& r) { return r.second; })) {
         env_.Narrate("service", "all ten players accepted");
-        Later(0.5, "everyone ready", [this] { ResolveReadyCheck(); });
+        Later(0.5, "everyone ready", [this] { ResolveReadyCheck(false); });
     }
 }
 
-void ServiceSimulator::Game::ResolveReadyCheck() {
+void ServiceSimulator::Game::ResolveReadyCheck(bool timerEnded) {
     if (phase_ != GamePhase::AfkCheck) {
         return;
     }
-    NewEpoch();
+    // Those who declined fail the check; those who did not answer only once
+    // the timer ended.
     std::vector<size_t> failed;
     for (size_t i = 0; i < players_.size(); ++i) {
         auto found = responses_.find(i);
-        if (found == responses_.end() || !found->second) {
+        if ((found != responses_.end() && !found->second) ||
+            (found == responses_.end() && timerEnded)) {
             failed.push_back(i);
         }
     }
+    if (failed.empty() && responses_.size() < players_.size()) {
+        return;
+    }
+    NewEpoch();
     if (failed.empty()) {
         BeginChampSelect();
         return;

@@ -153,7 +153,7 @@ private:
     void BeginSearch(double delay);
     void MatchFound();
     void Respond(size_t player, bool accept);
-    void ResolveReadyCheck();
+    void ResolveReadyCheck(bool timerEnded);
 
     // ---- Champion select ---------------------------------------------------
     void BeginChampSelect();
