@@ -60,7 +60,7 @@ void LobbyTeamBuilderPlugin::RegisterEndpoints() {
                &Plugin::AbandonLowPriorityQueue, Body("quitguardToken"));
     routes.Add(kPost, "/qel-lobby-team-builder/v1/ready-check/accept", &Plugin::AcceptReadyCheck);
     routes.Add(kPost, "/qel-lobby-team-builder/v1/ready-check/decline", &Plugin::DeclineReadyCheck);
-    // The champion-select routes follow here.
+    RegisterChampSelectRoutes();
 }
 
 bool LobbyTeamBuilderPlugin::OnStart() {

@@ -28,6 +28,7 @@
 #include <string>
 #include <string_view>
 #include <unordered_set>
+#include <vector>
 
 #include "framework/binding/Failure.h"
 #include "framework/binding/NativeConversion.h"
@@ -111,6 +112,51 @@ public:
     void OnChampSelectDto(const GameDtoRecord& previous, const GameDtoRecord& incoming);
     void UpdateDraftLists(const GameDtoRecord& incoming);
 
+    // ---- Champion select: session model (champselect/ChampSelectConversion.cpp,
+    // ChampSelectTimer.cpp) ----------------------------------------------------
+
+    // The session of a record in champion select, or empty. May start the
+    // timer of the ceremony now shown.
+    std::optional<Api::ChampSelectSession> BuildChampSelectSession(const GameDtoRecord& record);
+    std::optional<Api::ChampSelectTimer> BuildChampSelectTimer(const GameDtoRecord& record) const;
+    static Api::ChampSelectTimer TimerOf(const Api::ChampionSelectStateV1& state,
+                                         uint64_t receivedAt);
+    // The action sets as received, with each ceremony made an action set of
+    // its own at its index.
+    std::vector<std::vector<Api::ActionV1>> ExpandActionSets(
+        const Api::ChampionSelectStateV1& state) const;
+    // One element of an action set; what does not convert keeps its default.
+    Api::ActionV1 ReadAction(const Framework::BindingProperty& value) const;
+    static Api::ChampSelectPlayerSelection ConvertCell(const Api::CellV1& cell, int64_t wardSkinId);
+    std::optional<Api::ChampSelectPlayerSelection> FindPlayerSelection(
+        const Api::ChampionSelectStateV1& state, int64_t cellId) const;
+    // Unknown states become INVALID.
+    std::vector<Api::ChampSelectTradeContract> ConvertTrades(
+        const std::vector<Api::TradeV1>& trades) const;
+    void OnCeremonyTimerFired(int32_t actionId);
+
+    // ---- Champion select: lifecycle and lists (champselect/ChampSelectLifecycle.cpp,
+    // DraftLists.cpp) ------------------------------------------------------------
+
+    // Runs when a session is created and whenever a changed session is
+    // published.
+    void OnChampSelectSessionChanged(const GameDtoRecord& previous, const GameDtoRecord& incoming);
+    Framework::Maybe<Api::ChampSelectPickableChampions> ComputePickableChampions() const;
+    Framework::Maybe<Api::ChampSelectDisabledChampions> ComputeDisabledChampions() const;
+    Framework::Maybe<Api::ChampSelectPickableSkins> ComputePickableSkins() const;
+    Framework::Maybe<Api::ChampSelectBannableChampions> ComputeBannableChampions(
+        const std::vector<Framework::BindingProperty>& actionSetList) const;
+
+    // ---- Champion select: actions, trades, team boost, UX timers
+    // (champselect/ChampSelectActions.cpp, ChampSelectTrades.cpp, TeamBoost.cpp,
+    // UxTimers.cpp) ----------------------------------------------------------------
+
+    void RequestLocalWardSkin();
+    void CreateTeamBoost(const GameDtoRecord& incoming);
+    void RefreshTeamBoost(const GameDtoRecord& previous, const GameDtoRecord& incoming);
+    void DestroyTeamBoost();
+    void HandleUx(const GameDtoRecord& previous, const GameDtoRecord& incoming);
+
     // ---- Pushed service messages besides the DTO --------------------------
 
     void OnRemovedFromService(const Api::RemovedFromServiceV1& message);
@@ -139,6 +185,30 @@ public:
     Framework::Maybe<> AcceptReadyCheck();
     Framework::Maybe<> DeclineReadyCheck();
 
+    // ---- Champion-select routes (champselect/ChampSelectRoutes.cpp and the
+    // files of each concern) ---------------------------------------------------
+
+    void RegisterChampSelectRoutes();
+    Framework::Maybe<bool> GetImplementationActive();
+    Framework::Maybe<Api::ChampSelectSession> GetChampSelectSession();
+    Framework::Maybe<std::vector<Api::ChampSelectTradeContract>> GetTrades();
+    Framework::Maybe<Api::ChampSelectTradeContract> GetTrade(int64_t id);
+    Framework::Maybe<Api::ChampSelectTradeContract> RequestTrade(int32_t id);
+    Framework::Maybe<> AcceptTrade(int32_t id);
+    Framework::Maybe<> DeclineTrade(int32_t id);
+    Framework::Maybe<> CancelTrade(int32_t id);
+    Framework::Maybe<> UpdateAction(int32_t id, const Api::ChampSelectAction& data);
+    Framework::Maybe<> CompleteAction(int32_t id);
+    Framework::Maybe<> Reroll();
+    Framework::Maybe<> PurchaseTeamBoost();
+    Framework::Maybe<> UpdateMySelection(const Api::ChampSelectMySelection& selection);
+    Framework::Maybe<Api::ChampSelectTimer> GetChampSelectTimer();
+    Framework::Maybe<Api::ChampSelectPickableChampions> GetPickableChampions();
+    Framework::Maybe<Api::ChampSelectBannableChampions> GetBannableChampions();
+    Framework::Maybe<Api::ChampSelectDisabledChampions> GetDisabledChampions();
+    Framework::Maybe<Api::ChampSelectPickableSkins> GetPickableSkins();
+    Framework::Maybe<Api::TeamBoost> GetTeamBoost();
+
     // ---- State, read-only ---------------------------------------------------
 
     const GameDtoRecord& StoredDto() const { return storedDto_; }
@@ -153,6 +223,11 @@ public:
     uint32_t ServiceCallsInProgress() const { return teamBuilder_.CallsInProgress(); }
 
 private:
+    void EnterChampSelect(const GameDtoRecord& previous, const GameDtoRecord& incoming);
+    void UpdateChampSelect(const GameDtoRecord& previous, const GameDtoRecord& incoming);
+    void LeaveChampSelect(const GameDtoRecord& previous);
+    // Starts the timer of the ceremony now shown, unless one is running.
+    void CheckCeremonyTimer(const std::vector<std::vector<Api::ActionV1>>& sets);
     void LogServiceMessageValue(Framework::Maybe<Framework::BindingProperty> value,
                                 std::string_view typeName) const;
 
@@ -184,7 +259,20 @@ private:
     int32_t pendingCeremonyActionId_ = -1;
     std::unordered_set<int32_t> completedCeremonyActionIds_;
     int32_t ceremonyActionIdBase_ = 100;
-    // The UX show timers' state joins here with the timers.
+
+    // ---- Champion-select state beyond the fields above ----------------------
+    // recentChampSelectTeamIds_, lastPublishedSession_, champSelectDomainName_,
+    // draftInventory_, localWardSkinId_, lastAllowOptingOutOfBanning_ and the
+    // ceremony bookkeeping (pendingCeremonyActionId_, completedCeremonyActionIds_,
+    // ceremonyActionIdBase_) keep their places in the order above.
+
+    // The team boost of the session; absent outside one.
+    std::optional<Api::TeamBoost> teamBoost_;
+    // UX show timers: the serial that names them (never reset), the timers
+    // of the current phase not fired yet, and whether one should show.
+    uint32_t uxTimerSerial_ = 0;
+    uint32_t outstandingUxTimers_ = 0;
+    bool showUx_ = false;
 };
 
 // ---- Template definitions -------------------------------------------------------

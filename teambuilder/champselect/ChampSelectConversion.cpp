@@ -1,0 +1,359 @@
+// The champion-select session as the plugin publishes it, derived from the
+// draft state of a game DTO: the action sets with the ceremonies spliced in,
+// the cells of both teams, the trades, the chat room and the flags, and the
+// ceremony timers that mark a ceremony completed once its time has run out.
+#include <algorithm>
+#include <chrono>
+#include <cstdint>
+#include <limits>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "framework/binding/NativeConversion.h"
+#include "framework/codec/Json.h"
+#include "framework/log/Log.h"
+#include "framework/resources/ResourceEvents.h"
+#include "teambuilder/champselect/ChampSelectResources.h"
+#include "teambuilder/lobby/LobbyTeamBuilderPlugin.h"
+
+namespace Orvan::Client::LobbyTeamBuilder {
+
+using Framework::BindingProperty;
+using Framework::kGroupDbg;
+using Framework::kWarn;
+using Framework::Log;
+using Framework::PluginResourceEventType;
+
+namespace {
+
+// During planning the players only state intents; ceremonies wait for the
+// real draft.
+constexpr std::string_view kPlanningSubphase = "PLANNING";
+constexpr std::string_view kPickAction = "PICK";
+
+// The longest ceremony the plugin waits for (about 35 years). A longer one is
+// a broken message; the bound keeps the steady-clock deadline from
+// overflowing.
+constexpr int64_t kMaxCeremonyMillis = int64_t{1} << 40;
+
+// The number at the start of a ceremony key: blanks, a sign, then digits,
+// read up to the first other character; a key without digits is 0. Saturates
+// instead of overflowing, which keeps any such key out of the valid range.
+int64_t LeadingDecimal(std::string_view text) {
+    size_t at = 0;
+    while (at < text.size() && (text[at] == ' ' || (text[at] >= '\t' && text[at] <= '\r'))) {
+        ++at;
+    }
+    bool negative = false;
+    if (at < text.size() && (text[at] == '+' || text[at] == '-')) {
+        negative = text[at] == '-';
+        ++at;
+    }
+    constexpr int64_t kLimit = std::numeric_limits<int64_t>::max() / 10 - 1;
+    int64_t number = 0;
+    for (; at < text.size() && text[at] >= '0' && text[at] <= '9'; ++at) {
+        if (number > kLimit) {
+            return negative ? std::numeric_limits<int64_t>::min()
+                            : std::numeric_limits<int64_t>::max();
+        }
+        number = number * 10 + (text[at] - '0');
+    }
+    return negative ? -number : number;
+}
+
+std::string LowerAscii(std::string_view text) {
+    std::string lower(text);
+    for (char& c : lower) {
+        if (c >= 'A' && c <= 'Z') {
+            c = static_cast<char>(c - 'A' + 'a');
+        }
+    }
+    return lower;
+}
+
+// Service ids are 32-bit; sums of them wrap the way the service's own
+// counters do instead of overflowing.
+int32_t WrapToInt32(int64_t value) {
+    return static_cast<int32_t>(value);
+}
+
+const Api::CellV1* FindCellIn(const std::vector<Api::CellV1>& cells, int64_t cellId) {
+    for (const Api::CellV1& cell : cells) {
+        if (cell.cellId == cellId) {
+            return &cell;
+        }
+    }
+    return nullptr;
+}
+
+// The cell of a player: allied team first, as the service numbers cells
+// uniquely across both teams but a broken message may not.
+const Api::CellV1* FindCell(const Api::ChampionSelectStateV1& state, int64_t cellId) {
+    const Api::CellV1* cell = FindCellIn(state.cells.alliedTeam, cellId);
+    return cell != nullptr ? cell : FindCellIn(state.cells.enemyTeam, cellId);
+}
+
+struct TradeStateName {
+    std::string_view name;
+    Api::ChampSelectTradeState state;
+};
+
+constexpr TradeStateName kTradeStateNames[] = {
+    {"AVAILABLE", Api::ChampSelectTradeState::AVAILABLE},
+    {"BUSY", Api::ChampSelectTradeState::BUSY},
+    {"INVALID", Api::ChampSelectTradeState::INVALID},
+    {"RECEIVED", Api::ChampSelectTradeState::RECEIVED},
+    {"SENT", Api::ChampSelectTradeState::SENT},
+};
+
+}  // namespace
+
+Api::ActionV1 LobbyTeamBuilderPlugin::ReadAction(const BindingProperty& value) const {
+    // What cannot be read keeps its default; the action itself is kept, so a
+    // damaged action never shifts the others.
+    Api::ActionV1 action;
+    static_cast<void>(Framework::AssignFromProperty(Registry(), value, "action", action));
+    return action;
+}
+
+std::vector<std::vector<Api::ActionV1>> LobbyTeamBuilderPlugin::ExpandActionSets(
+    const Api::ChampionSelectStateV1& state) const {
+    const size_t setCount = state.actionSetList.size();
+
+    struct CeremonyKey {
+        int64_t index;
+        const std::string* text;
+        const BindingProperty* ceremonies;
+    };
+    std::vector<CeremonyKey> keys;
+    keys.reserve(state.ceremoniesByActionSetIndex.size());
+    for (const auto& [text, ceremonies] : state.ceremoniesByActionSetIndex) {
+        const int64_t index = LeadingDecimal(text);
+        // A ceremony may follow the last set, but not lie beyond it.
+        if (index >= 0 && static_cast<uint64_t>(index) <= setCount) {
+            keys.push_back({index, &text, &ceremonies});
+        }
+    }
+    // Keys that read as the same number keep a fixed order whatever the map's.
+    std::sort(keys.begin(), keys.end(), [](const CeremonyKey& a, const CeremonyKey& b) {
+        return a.index != b.index ? a.index < b.index : *a.text < *b.text;
+    });
+
+    std::vector<std::vector<Api::ActionV1>> sets;
+    sets.reserve(setCount + keys.size());
+    for (const BindingProperty& set : state.actionSetList) {
+        std::vector<Api::ActionV1>& actions = sets.emplace_back();
+        actions.reserve(set.Elements().size());
+        for (const BindingProperty& element : set.Elements()) {
+            actions.push_back(ReadAction(element));
+        }
+    }
+
+    int64_t inserted = 0;
+    for (const CeremonyKey& key : keys) {
+        Framework::Maybe<std::vector<Api::CeremonyV1>> ceremonies =
+            Framework::ConvertFromProperty<std::vector<Api::CeremonyV1>>(
+                Registry(), *key.ceremonies, "ceremonies");
+        if (!ceremonies) {
+            BindingProperty offending;
+            offending.Append() = *key.ceremonies;
+            Log(kWarn, kGroupDbg, "Failed to convert ceremonies: %s",
+                Framework::WriteJson(offending).c_str());
+            continue;
+        }
+        for (Api::CeremonyV1& ceremony : *ceremonies) {
+            // Each ceremony is an action set of its own, with an id from the
+            // session's synthetic range.
+            Api::ActionV1 action;
+            action.actionId = WrapToInt32(int64_t{ceremonyActionIdBase_} + inserted);
+            action.type = std::move(ceremony.name);
+            action.duration = ceremony.duration;
+            action.completed = completedCeremonyActionIds_.count(action.actionId) != 0;
+            std::vector<Api::ActionV1> ceremonySet;
+            ceremonySet.push_back(std::move(action));
+            sets.insert(sets.begin() + static_cast<std::ptrdiff_t>(key.index + inserted),
+                        std::move(ceremonySet));
+            ++inserted;
+        }
+    }
+    return sets;
+}
+
+void LobbyTeamBuilderPlugin::CheckCeremonyTimer(
+    const std::vector<std::vector<Api::ActionV1>>& sets) {
+    if (sets.empty()) {
+        return;
+    }
+    // The set in progress: the first one with work left, or the last one.
+    auto current =
+        std::find_if(sets.begin(), sets.end(), [](const std::vector<Api::ActionV1>& set) {
+            return std::any_of(set.begin(), set.end(),
+                               [](const Api::ActionV1& action) { return !action.completed; });
+        });
+    const std::vector<Api::ActionV1>& set = current != sets.end() ? *current : sets.back();
+    if (set.empty()) {
+        return;
+    }
+    const Api::ActionV1& action = set.front();
+    // Synthetic ids start at the base, so a pending id at or above it is a
+    // ceremony timer of this session that has not fired yet.
+    if (action.duration == 0 || pendingCeremonyActionId_ >= ceremonyActionIdBase_ ||
+        action.completed) {
+        return;
+    }
+    pendingCeremonyActionId_ = action.actionId;
+    const int32_t actionId = action.actionId;
+    const std::chrono::milliseconds delay(
+        std::clamp<int64_t>(action.duration, 0, kMaxCeremonyMillis));
+    ScheduleAt(action.type, Clock::now() + delay,
+               [this, actionId] { OnCeremonyTimerFired(actionId); });
+}
+
+void LobbyTeamBuilderPlugin::OnCeremonyTimerFired(int32_t actionId) {
+    completedCeremonyActionIds_.insert(actionId);
+    pendingCeremonyActionId_ = -1;
+    // Shown at once; the update path keeps comparing with what it published
+    // itself, so the next DTO publishes again.
+    if (std::optional<Api::ChampSelectSession> session = BuildChampSelectSession(storedDto_)) {
+        PublishResource(kChampSelectSessionUri, *session, PluginResourceEventType::Update);
+    }
+}
+
+std::optional<Api::ChampSelectSession> LobbyTeamBuilderPlugin::BuildChampSelectSession(
+    const GameDtoRecord& record) {
+    const Api::ChampionSelectStateV1* state = ChampSelectStateOf(record);
+    if (state == nullptr) {
+        return std::nullopt;
+    }
+
+    std::vector<std::vector<Api::ActionV1>> sets = ExpandActionSets(*state);
+    if (state->subphase != kPlanningSubphase) {
+        CheckCeremonyTimer(sets);
+    }
+
+    Api::ChampSelectSession session;
+    session.actions.reserve(sets.size());
+    for (std::vector<Api::ActionV1>& set : sets) {
+        std::stable_sort(
+            set.begin(), set.end(),
+            [](const Api::ActionV1& a, const Api::ActionV1& b) { return a.actionId < b.actionId; });
+        BindingProperty& array = session.actions.emplace_back();
+        array.SetEmptyCollection();
+        array.Reserve(set.size());
+        for (Api::ActionV1& action : set) {
+            Api::ChampSelectAction published;
+            published.id = action.actionId;
+            published.actorCellId = action.actorCellId;
+            published.championId = action.championId;
+            published.completed = action.completed;
+            published.type = LowerAscii(action.type);
+            // A pick shows the champion its actor has chosen, or at least
+            // intends to choose, before the pick is locked in.
+            if (action.type == kPickAction) {
+                if (const Api::CellV1* actor = FindCell(*state, action.actorCellId)) {
+                    if (actor->championId != 0) {
+                        published.championId = actor->championId;
+                    } else if (actor->championPickIntent > 0) {
+                        published.championId = actor->championPickIntent;
+                    }
+                }
+            }
+            Framework::Maybe<BindingProperty> value =
+                Framework::ConvertToProperty(Registry(), published);
+            if (value) {
+                array.Append() = std::move(value).Value();
+            }
+        }
+    }
+
+    session.teamId = state->teamId;
+    session.chatDetails.chatRoomName.reserve(state->teamChatRoomId.size() + 1 +
+                                             champSelectDomainName_.size() +
+                                             kChatDomainSuffix.size());
+    session.chatDetails.chatRoomName.append(state->teamChatRoomId)
+        .append("@")
+        .append(champSelectDomainName_)
+        .append(kChatDomainSuffix);
+    session.localPlayerCellId = state->localPlayerCellId;
+
+    auto convertTeam = [&](const std::vector<Api::CellV1>& cells,
+                           std::vector<Api::ChampSelectPlayerSelection>& team) {
+        team.reserve(cells.size());
+        for (const Api::CellV1& cell : cells) {
+            team.push_back(
+                ConvertCell(cell, cell.cellId == state->localPlayerCellId ? localWardSkinId_ : -1));
+        }
+    };
+    convertTeam(state->cells.alliedTeam, session.myTeam);
+    convertTeam(state->cells.enemyTeam, session.theirTeam);
+
+    session.timer = TimerOf(*state, record.receivedAt);
+    session.trades = ConvertTrades(state->trades);
+    session.allowSkinSelection = state->allowSkinSelection;
+    session.allowBattleBoost = state->battleBoostState.allowBattleBoost;
+    session.allowRerolling = state->rerollState.allowRerolling;
+    session.rerollsRemaining = state->rerollState.rerollsRemaining;
+    return session;
+}
+
+Api::ChampSelectPlayerSelection LobbyTeamBuilderPlugin::ConvertCell(const Api::CellV1& cell,
+                                                                    int64_t wardSkinId) {
+    Api::ChampSelectPlayerSelection selection;
+    selection.cellId = cell.cellId;
+    selection.displayName = cell.summonerName;
+    selection.championId = cell.championId;
+    selection.summonerId = cell.summonerId;
+    selection.team = cell.teamId;
+    // No skin chosen shows the champion's default skin, numbered by the
+    // champion's id times 1000.
+    selection.selectedSkinId =
+        cell.skinId != 0 ? std::max(cell.skinId, 0) : WrapToInt32(int64_t{cell.championId} * 1000);
+    selection.wardSkinId = wardSkinId;
+    selection.spell1Id = cell.spell1Id > 0 ? static_cast<uint64_t>(cell.spell1Id) : 0;
+    selection.spell2Id = cell.spell2Id > 0 ? static_cast<uint64_t>(cell.spell2Id) : 0;
+    if (cell.assignedPosition != "NONE") {
+        selection.assignedPosition = cell.assignedPosition;
+    }
+    selection.championPickIntent = std::max(cell.championPickIntent, 0);
+    return selection;
+}
+
+std::optional<Api::ChampSelectPlayerSelection> LobbyTeamBuilderPlugin::FindPlayerSelection(
+    const Api::ChampionSelectStateV1& state, int64_t cellId) const {
+    const Api::CellV1* cell = FindCell(state, cellId);
+    if (cell == nullptr) {
+        return std::nullopt;
+    }
+    return ConvertCell(*cell, cellId == state.localPlayerCellId ? localWardSkinId_ : -1);
+}
+
+std::vector<Api::ChampSelectTradeContract> LobbyTeamBuilderPlugin::ConvertTrades(
+    const std::vector<Api::TradeV1>& trades) const {
+    std::vector<Api::ChampSelectTradeContract> contracts;
+    contracts.reserve(trades.size());
+    for (const Api::TradeV1& trade : trades) {
+        Api::ChampSelectTradeContract& contract = contracts.emplace_back();
+        contract.id = trade.id;
+        contract.cellId = trade.cellId;
+        const auto named =
+            std::find_if(std::begin(kTradeStateNames), std::end(kTradeStateNames),
+                         [&](const TradeStateName& entry) { return entry.name == trade.state; });
+        if (named != std::end(kTradeStateNames)) {
+            contract.state = named->state;
+            continue;
+        }
+        // Anything else goes through the registry's rule for enumerations
+        // given as text, which also takes a state's number.
+        Api::ChampSelectTradeState state = Api::ChampSelectTradeState::INVALID;
+        if (!Framework::AssignFromProperty(
+                Registry(), BindingProperty(std::string_view(trade.state)), "state", state)) {
+            state = Api::ChampSelectTradeState::INVALID;
+        }
+        contract.state = state;
+    }
+    return contracts;
+}
+
+}  // namespace Orvan::Client::LobbyTeamBuilder

@@ -1,0 +1,192 @@
+// The draft inventory (what the player may pick, ban and wear in the coming
+// draft, delivered with the ready check) and the four champion lists derived
+// from it: pickable, bannable and disabled champions and pickable skins.
+#include <algorithm>
+#include <cstdint>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "framework/resources/ResourceEvents.h"
+#include "teambuilder/champselect/ChampSelectResources.h"
+#include "teambuilder/lobby/LobbyTeamBuilderPlugin.h"
+
+namespace Orvan::Client::LobbyTeamBuilder {
+
+using Framework::Failure;
+using Framework::Maybe;
+using Framework::PluginResourceEventType;
+
+namespace {
+
+// Status of a champion id that is not a number: the inventory is broken, not
+// missing.
+constexpr uint32_t kBadInventoryStatus = 500;
+
+// A champion id written in decimal, read as the standard string-to-int
+// conversion reads it: leading white space and a sign allowed, trailing text
+// ignored.
+Maybe<int32_t> ChampionIdOf(std::string_view text) {
+    size_t at = 0;
+    while (at < text.size() && (text[at] == ' ' || (text[at] >= '\t' && text[at] <= '\r'))) {
+        ++at;
+    }
+    bool negative = false;
+    if (at < text.size() && (text[at] == '+' || text[at] == '-')) {
+        negative = text[at] == '-';
+        ++at;
+    }
+    const size_t digits = at;
+    // One past the int32 range either way; checked as the digits come in.
+    constexpr int64_t kLimit = int64_t{1} << 31;
+    int64_t magnitude = 0;
+    bool outOfRange = false;
+    for (; at < text.size() && text[at] >= '0' && text[at] <= '9'; ++at) {
+        if (!outOfRange) {
+            magnitude = magnitude * 10 + (text[at] - '0');
+            outOfRange = magnitude > kLimit;
+        }
+    }
+    if (at == digits) {
+        return Failure("invalid stoi argument", kBadInventoryStatus);
+    }
+    if (outOfRange || (!negative && magnitude == kLimit)) {
+        return Failure("stoi argument out of range", kBadInventoryStatus);
+    }
+    return static_cast<int32_t>(negative ? -magnitude : magnitude);
+}
+
+std::vector<int32_t> Sorted(std::vector<int32_t> ids) {
+    std::sort(ids.begin(), ids.end());
+    return ids;
+}
+
+bool Contains(const std::vector<int32_t>& sorted, int32_t id) {
+    return std::binary_search(sorted.begin(), sorted.end(), id);
+}
+
+// Publishes one of the lists that follow the inventory: created when it
+// appears, updated while it stays, deleted when it goes. A list that cannot
+// be computed is left unpublished.
+template <class Compute>
+void FollowInventory(LobbyTeamBuilderPlugin& plugin, std::string_view uri, bool had, bool has,
+                     Compute compute) {
+    if (has) {
+        auto list = compute();
+        if (list) {
+            plugin.PublishResource(
+                uri, *list,
+                had ? PluginResourceEventType::Update : PluginResourceEventType::Create);
+        }
+    } else if (had) {
+        plugin.DeleteResource(uri);
+    }
+}
+
+}  // namespace
+
+void LobbyTeamBuilderPlugin::UpdateDraftLists(const GameDtoRecord& incoming) {
+    const bool had = draftInventory_.has_value();
+    const std::string_view phase = incoming.Phase();
+    // Back in the lobby or searching again: the next ready check brings a
+    // new inventory. Anything else keeps the inventory unless it brings one.
+    if (!incoming.HasDto() || phase == kPhaseDraftPremade || phase == kPhaseMatchmaking) {
+        draftInventory_.reset();
+    } else if (incoming.dto->afkCheckState && !incoming.dto->afkCheckState->inventoryDraft
+                                                   .lastSelectedSkinIdByChampionId.empty()) {
+        draftInventory_ = incoming.dto->afkCheckState->inventoryDraft;
+    }
+    const bool has = draftInventory_.has_value();
+
+    FollowInventory(*this, kPickableChampionsUri, had, has,
+                    [this] { return ComputePickableChampions(); });
+
+    // The bannable list needs a draft as well as an inventory.
+    const Api::ChampionSelectStateV1* state = ChampSelectStateOf(incoming);
+    if (state != nullptr && !(had && !has)) {
+        if (has) {
+            Maybe<Api::ChampSelectBannableChampions> bannable =
+                ComputeBannableChampions(state->actionSetList);
+            if (bannable) {
+                PublishResource(
+                    kBannableChampionsUri, *bannable,
+                    had ? PluginResourceEventType::Update : PluginResourceEventType::Create);
+            }
+        }
+    } else {
+        DeleteResource(kBannableChampionsUri);
+    }
+
+    FollowInventory(*this, kDisabledChampionsUri, had, has,
+                    [this] { return ComputeDisabledChampions(); });
+    FollowInventory(*this, kPickableSkinsUri, had, has, [this] { return ComputePickableSkins(); });
+}
+
+Maybe<Api::ChampSelectPickableChampions> LobbyTeamBuilderPlugin::ComputePickableChampions() const {
+    if (!draftInventory_) {
+        return Failure(kNoPickableChampions, 404);
+    }
+    const std::vector<int32_t> disabled = Sorted(draftInventory_->disabledChampionIds);
+    Api::ChampSelectPickableChampions pickable;
+    pickable.championIds.reserve(draftInventory_->lastSelectedSkinIdByChampionId.size());
+    for (const auto& [key, skinId] : draftInventory_->lastSelectedSkinIdByChampionId) {
+        Maybe<int32_t> championId = ChampionIdOf(key);
+        if (!championId) {
+            return std::move(championId).GetFailure();
+        }
+        if (!Contains(disabled, *championId)) {
+            pickable.championIds.push_back(*championId);
+        }
+    }
+    return pickable;
+}
+
+Maybe<Api::ChampSelectDisabledChampions> LobbyTeamBuilderPlugin::ComputeDisabledChampions() const {
+    if (!draftInventory_) {
+        return Failure(kNoDisabledChampions, 404);
+    }
+    Api::ChampSelectDisabledChampions disabled;
+    disabled.championIds = draftInventory_->disabledChampionIds;
+    return disabled;
+}
+
+Maybe<Api::ChampSelectPickableSkins> LobbyTeamBuilderPlugin::ComputePickableSkins() const {
+    if (!draftInventory_) {
+        return Failure(kNoPickableSkins, 404);
+    }
+    Api::ChampSelectPickableSkins skins;
+    skins.skinIds = draftInventory_->skinIds;
+    return skins;
+}
+
+Maybe<Api::ChampSelectBannableChampions> LobbyTeamBuilderPlugin::ComputeBannableChampions(
+    const std::vector<Framework::BindingProperty>& actionSetList) const {
+    if (!draftInventory_) {
+        return Failure(kNoBannableChampions, 404);
+    }
+    std::vector<int32_t> excluded = draftInventory_->disabledChampionIds;
+    for (const Framework::BindingProperty& set : actionSetList) {
+        for (const Framework::BindingProperty& element : set.Elements()) {
+            Api::ActionV1 action = ReadAction(element);
+            if (action.completed && action.type == "BAN") {
+                excluded.push_back(action.championId);
+            }
+        }
+    }
+    excluded = Sorted(std::move(excluded));
+
+    Api::ChampSelectBannableChampions bannable;
+    bannable.championIds.reserve(draftInventory_->allChampionIds.size() + 1);
+    for (int32_t championId : draftInventory_->allChampionIds) {
+        if (!Contains(excluded, championId)) {
+            bannable.championIds.push_back(championId);
+        }
+    }
+    // -1 is the choice of banning nobody.
+    if (lastAllowOptingOutOfBanning_) {
+        bannable.championIds.push_back(-1);
+    }
+    return bannable;
+}
+
+}  // namespace Orvan::Client::LobbyTeamBuilder

@@ -1,0 +1,315 @@
+// The champion-select session's lifecycle as the host sees it: DTOs pushed
+// into the plugin's shared object, and the champion-select events, requests
+// and GET answers that follow; the draft inventory and its four lists; the
+// champion-select routes.
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "tests/teambuilder/ChampSelectTestSupport.h"
+
+namespace Orvan::Client::LobbyTeamBuilder::Testing {
+namespace {
+
+constexpr const char* kEnteredEvent = "\"GAMEFLOW_EVENT.ENTERED_CHAMP_SELECT\"";
+
+std::string Json(const BindingProperty& value) {
+    return Framework::WriteJson(value);
+}
+
+TEST(ChampSelectLifecycleTest, EnteringUpdatingAndLeavingPublishTheirEventsInOrder) {
+    TeamBuilderHost host;
+    host.Push(Premade(1, Slots(2)));
+    host.Push(ReadyCheckWith(2, Inventory()));
+    TakeDraftEvents(host);
+    host.Host().OnRequest("POST", "/qel-gameflow/v1/session/event", [](const TestHost::Request&) {
+        return TestHost::Reply::Body(BindingProperty());
+    });
+
+    struct Step {
+        const char* name;
+        TbdGameDtoV1 dto;
+        Strings events;
+    };
+    TbdGameDtoV1 draft = Draft(3);
+    TbdGameDtoV1 sameDraftLater = draft;
+    sameDraftLater.counter = 4;
+    const Step steps[] = {
+        {"entering",
+         draft,
+         {"Update implementation-active", "Create session", "Create team-boost",
+          "Update pickable-champions", "Update bannable-champions", "Update disabled-champions",
+          "Update pickable-skins"}},
+        {"the same draft received later: the timer's receipt time differs",
+         sameDraftLater,
+         {"Update session", "Update pickable-champions", "Update bannable-champions",
+          "Update disabled-champions", "Update pickable-skins"}},
+        {"leaving for the lobby",
+         Premade(5, Slots(2)),
+         {"Delete team-boost", "Delete session", "Update implementation-active",
+          "Delete pickable-champions", "Delete bannable-champions", "Delete disabled-champions",
+          "Delete pickable-skins"}},
+    };
+    std::vector<DraftEvent> events;
+    for (const Step& step : steps) {
+        SCOPED_TRACE(step.name);
+        NextMillisecond();
+        host.Push(step.dto);
+        events = TakeDraftEvents(host);
+        EXPECT_EQ(Lines(events), step.events);
+        if (std::string(step.name) == "entering") {
+            EXPECT_EQ(Json(events[0].data), "true");
+            EXPECT_EQ(events[2].data.Field("price").AsSigned(), 250);
+            EXPECT_EQ(Json(events[3].data), R"({"championIds":[7]})");
+            // 7 is banned, 9 disabled.
+            EXPECT_EQ(Json(events[4].data), R"({"championIds":[5]})");
+            EXPECT_EQ(GameflowEvents(host), (Strings{kEnteredEvent}));
+        }
+    }
+    EXPECT_EQ(Json(events[2].data), "false");
+    EXPECT_EQ(GameflowEvents(host).size(), 1u);
+    EXPECT_EQ(host.Host().Call("GET", DraftUri("implementation-active")).json, "false");
+}
+
+TEST(ChampSelectLifecycleTest, TeamsOfTheLastFiveSessionsCreateNothing) {
+    TeamBuilderHost host;
+    int32_t counter = 0;
+    auto enterAndLeave = [&](const std::string& teamId) {
+        host.Push(Draft(++counter, teamId));
+        const Strings events = Lines(TakeDraftEvents(host));
+        host.Push(Premade(++counter, Slots(1)));
+        TakeDraftEvents(host);
+        return events.size() > 1 && events[1] == "Create session";
+    };
+    for (const char* team : {"t1", "t2", "t3", "t4", "t5", "t6"}) {
+        ASSERT_TRUE(enterAndLeave(team)) << team;
+    }
+    DraftLogs(host);
+    EXPECT_EQ(GameflowEvents(host).size(), 6u);
+
+    // t1 was pushed out by t6; t2 is still among the last five.
+    EXPECT_FALSE(enterAndLeave("t2"));
+    EXPECT_EQ(DraftLogs(host),
+              (Strings{"3 Received out-of-date TB champ select dto while in matchmaking.",
+                       "3 Deleting champ select session."}));
+    EXPECT_EQ(GameflowEvents(host).size(), 6u);
+    EXPECT_TRUE(enterAndLeave("t1"));
+    // Entering t1 pushed t2 out.
+    EXPECT_TRUE(enterAndLeave("t2"));
+}
+
+TEST(ChampSelectLifecycleTest, AnIgnoredDraftStillTakesTheUpdateAndLeavePaths) {
+    TeamBuilderHost host;
+    host.Push(Draft(1, "old"));
+    host.Push(Premade(2, Slots(1)));
+    host.Push(Draft(3, "old"));
+    TakeDraftEvents(host);
+    NextMillisecond();
+    host.Push(Draft(4, "old"));
+    EXPECT_EQ(Lines(TakeDraftEvents(host)), (Strings{"Update session"}));
+    host.Push(Premade(5, Slots(1)));
+    EXPECT_EQ(Lines(TakeDraftEvents(host)),
+              (Strings{"Delete team-boost", "Delete session", "Update implementation-active",
+                       "Delete bannable-champions"}));
+}
+
+TEST(ChampSelectLifecycleTest, LogLinesCarryTheirLevelAndGroup) {
+    TeamBuilderHost host(kInProcess);
+    host.Push(Draft(1));
+    host.Push(Premade(2, Slots(1)));
+    host.Push(Draft(3));
+    Strings draftLines;
+    for (const std::string& line : host.TakeLogEntries()) {
+        if (line.find("champ select") != std::string::npos) {
+            draftLines.push_back(line);
+        }
+    }
+    EXPECT_EQ(draftLines,
+              (Strings{"3 1 Creating champ select session.", "3 1 Deleting champ select session.",
+                       "3 1 Received out-of-date TB champ select dto while in matchmaking."}));
+}
+
+TEST(ChampSelectLifecycleTest, InventoryIsKeptUntilTheLobbyOrASearch) {
+    TeamBuilderHost host;
+    struct Step {
+        const char* name;
+        TbdGameDtoV1 dto;
+        Strings events;
+        int pickableStatus;
+    };
+    const Step steps[] = {
+        {"ready check with an inventory",
+         ReadyCheckWith(1, Inventory()),
+         {"Create pickable-champions", "Delete bannable-champions", "Create disabled-champions",
+          "Create pickable-skins"},
+         200},
+        {"ready check with an empty skin map keeps it",
+         ReadyCheck(2),
+         {"Update pickable-champions", "Delete bannable-champions", "Update disabled-champions",
+          "Update pickable-skins"},
+         200},
+        {"a draft keeps it",
+         Draft(3),
+         {"Update implementation-active", "Create session", "Create team-boost",
+          "Update pickable-champions", "Update bannable-champions", "Update disabled-champions",
+          "Update pickable-skins"},
+         200},
+        {"matchmaking drops it",
+         Searching(4),
+         {"Delete team-boost", "Delete session", "Update implementation-active",
+          "Delete pickable-champions", "Delete bannable-champions", "Delete disabled-champions",
+          "Delete pickable-skins"},
+         404},
+        {"nothing to drop", Searching(5), {"Delete bannable-champions"}, 404},
+    };
+    for (const Step& step : steps) {
+        SCOPED_TRACE(step.name);
+        host.Push(step.dto);
+        EXPECT_EQ(Lines(TakeDraftEvents(host)), step.events);
+        EXPECT_EQ(host.Host().Call("GET", DraftUri("pickable-champions")).status,
+                  step.pickableStatus);
+    }
+}
+
+TEST(ChampSelectLifecycleTest, ListsFollowTheInventoryAndTheBans) {
+    TeamBuilderHost host;
+    TbdInventory inventory = Inventory();
+    inventory.lastSelectedSkinIdByChampionId = {{"9", 9001}};
+    host.Push(ReadyCheckWith(1, inventory));
+    TbdGameDtoV1 draft = Draft(2);
+    // An incomplete ban does not take its champion away.
+    draft.championSelectState->actionSetList[0] =
+        ArrayOf({Action(2, 6, "BAN", 5), Action(1, 1, "BAN", 7, true)});
+    draft.championSelectState->allowOptingOutOfBanning = true;
+    host.Push(draft);
+
+    EXPECT_EQ(host.Host().Call("GET", DraftUri("pickable-champions")).json,
+              R"({"championIds":[]})");
+    EXPECT_EQ(host.Host().Call("GET", DraftUri("disabled-champions")).json,
+              R"({"championIds":[9]})");
+    EXPECT_EQ(host.Host().Call("GET", DraftUri("pickable-skins")).json,
+              R"({"skinIds":[7001,9002]})");
+    EXPECT_EQ(host.Host().Call("GET", DraftUri("bannable-champions")).json,
+              R"({"championIds":[5,-1]})");
+
+    // Opting out no longer allowed: the hook publishes the list without -1
+    // before the list update of the same DTO.
+    TakeDraftEvents(host);
+    NextMillisecond();
+    draft.counter = 3;
+    draft.championSelectState->allowOptingOutOfBanning = false;
+    host.Push(draft);
+    const std::vector<DraftEvent> events = TakeDraftEvents(host);
+    ASSERT_EQ(Lines(events), (Strings{"Update session", "Update bannable-champions",
+                                      "Update pickable-champions", "Update bannable-champions",
+                                      "Update disabled-champions", "Update pickable-skins"}));
+    EXPECT_EQ(Json(events[1].data), R"({"championIds":[5]})");
+}
+
+TEST(ChampSelectLifecycleTest, ChampionIdsThatAreNotNumbersFailThePickableList) {
+    struct Case {
+        const char* key;
+        const char* json;
+        const char* error;
+    };
+    const Case cases[] = {
+        {" +12abc", R"({"championIds":[12]})", nullptr},
+        {"-2147483648", R"({"championIds":[-2147483648]})", nullptr},
+        {"abc", nullptr, "invalid stoi argument"},
+        {"2147483648", nullptr, "stoi argument out of range"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.key);
+        TeamBuilderHost host;
+        TbdInventory inventory = Inventory();
+        inventory.lastSelectedSkinIdByChampionId = {{c.key, 1}};
+        host.Push(ReadyCheckWith(1, inventory));
+        const Strings events = Lines(TakeDraftEvents(host));
+        const TestHost::CallResult got = host.Host().Call("GET", DraftUri("pickable-champions"));
+        if (c.json != nullptr) {
+            EXPECT_EQ(got.json, c.json);
+            EXPECT_EQ(events.front(), "Create pickable-champions");
+        } else {
+            EXPECT_EQ(got.status, 500);
+            EXPECT_EQ(got.error, c.error);
+            EXPECT_EQ(events.front(), "Delete bannable-champions");
+        }
+    }
+}
+
+TEST(ChampSelectLifecycleTest, ReadRoutesWithoutASessionAnswerTheirMessages) {
+    TeamBuilderHost host;
+    const char* const noSession = "No champ select session in progress.";
+    const std::pair<const char*, const char*> routes[] = {
+        {"session", noSession},
+        {"session/timer", noSession},
+        {"session/trades", noSession},
+        {"session/trades/3", noSession},
+        {"pickable-champions",
+         "There is no available pickable champion data for a current team builder session"},
+        {"bannable-champions",
+         "There is no available bannable champion data for a current team builder session"},
+        {"disabled-champions",
+         "There is no available disabled champion data for a current team builder session"},
+        {"pickable-skins",
+         "There is no available pickable skin data for a current team builder session"},
+        {"team-boost", "No team boost available for this game, or summoner is not in a game."},
+    };
+    for (const auto& [path, message] : routes) {
+        SCOPED_TRACE(path);
+        const TestHost::CallResult got = host.Host().Call("GET", DraftUri(path));
+        EXPECT_TRUE(got.endpointFound);
+        EXPECT_EQ(got.status, 404);
+        EXPECT_EQ(got.error, message);
+    }
+    EXPECT_EQ(host.Host().Call("GET", DraftUri("implementation-active")).json, "false");
+
+    // With an inventory but no draft, the bannable list still needs a draft.
+    host.Push(ReadyCheckWith(1, Inventory()));
+    EXPECT_EQ(host.Host().Call("GET", DraftUri("bannable-champions")).status, 404);
+    EXPECT_EQ(host.Host().Call("GET", DraftUri("pickable-champions")).status, 200);
+}
+
+TEST(ChampSelectLifecycleTest, OperationRoutesAreRegisteredWithTheirArguments) {
+    TeamBuilderHost host;
+    struct Route {
+        const char* method;
+        const char* path;
+        std::string body;
+        int status;
+        const char* error;
+    };
+    const Route routes[] = {
+        {"POST", "session/trades/3/request", "", 500, "Not implemented"},
+        {"POST", "session/trades/3/accept", "", 500, "Not implemented"},
+        {"POST", "session/trades/3/decline", "", 500, "Not implemented"},
+        {"POST", "session/trades/3/cancel", "", 500, "Not implemented"},
+        {"PATCH", "session/actions/3", R"({"championId":5,"completed":true})", 500,
+         "Not implemented"},
+        {"POST", "session/actions/3/complete", "", 500, "Not implemented"},
+        {"POST", "session/my-selection/reroll", "", 500, "Not implemented"},
+        {"POST", "team-boost/purchase", "", 500, "Not implemented"},
+        {"PATCH", "session/my-selection", R"({"spell1Id":4})", 500, "Not implemented"},
+        // The id is an int32.
+        {"POST", "session/actions/4294967296/complete", "", 0, nullptr},
+    };
+    for (const Route& route : routes) {
+        SCOPED_TRACE(route.path);
+        TestHost::CallOptions options;
+        options.body = route.body;
+        const TestHost::CallResult got =
+            host.Host().Call(route.method, DraftUri(route.path), options);
+        EXPECT_TRUE(got.endpointFound);
+        EXPECT_TRUE(got.failed);
+        if (route.error != nullptr) {
+            EXPECT_EQ(got.status, route.status);
+            EXPECT_EQ(got.error, route.error);
+        } else {
+            EXPECT_NE(got.error, "Not implemented");
+        }
+    }
+}
+
+}  // namespace
+}  // namespace Orvan::Client::LobbyTeamBuilder::Testing
