@@ -165,6 +165,23 @@ std::unique_ptr<PluginLibrary> PluginLibrary::Load(const PluginLoadOptions& opti
         }
     }
 #endif
+    return Enter(std::move(library), entry, options, error);
+}
+
+std::unique_ptr<PluginLibrary> PluginLibrary::FromEntry(EntryFunction entry,
+                                                        const std::string& name,
+                                                        const PluginLoadOptions& options,
+                                                        std::string& error) {
+    std::unique_ptr<PluginLibrary> library(new PluginLibrary());
+    library->path_ = name;
+    library->entryName_ = name;
+    return Enter(std::move(library), entry, options, error);
+}
+
+std::unique_ptr<PluginLibrary> PluginLibrary::Enter(std::unique_ptr<PluginLibrary> library,
+                                                    EntryFunction entry,
+                                                    const PluginLoadOptions& options,
+                                                    std::string& error) {
     library->record_.major = options.major;
     library->record_.minor = options.minor;
     library->record_.patch = options.patch;
@@ -172,7 +189,7 @@ std::unique_ptr<PluginLibrary> PluginLibrary::Load(const PluginLoadOptions& opti
     const PluginLoadRecord& record = library->record_;
     if (record.callbacks == nullptr || record.module == nullptr ||
         record.callbacks->StartModule == nullptr || record.callbacks->DestroyModule == nullptr) {
-        error = "the plugin " + options.path + " returned from " + library->entryName_ +
+        error = "the plugin " + library->path_ + " returned from " + library->entryName_ +
                 " without a module";
         return nullptr;
     }

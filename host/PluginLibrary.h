@@ -39,6 +39,10 @@ public:
     // missing, or when the plugin refuses the core's version.
     static std::unique_ptr<PluginLibrary> Load(const PluginLoadOptions& options,
                                                std::string& error);
+    // A plugin linked into the program: the entry runs at once, in process.
+    static std::unique_ptr<PluginLibrary> FromEntry(EntryFunction entry, const std::string& name,
+                                                    const PluginLoadOptions& options,
+                                                    std::string& error);
 
     const PluginLoadRecord& Record() const { return record_; }
     const std::string& Path() const { return path_; }
@@ -54,6 +58,10 @@ public:
 
 private:
     PluginLibrary() = default;
+    static std::unique_ptr<PluginLibrary> Enter(std::unique_ptr<PluginLibrary> library,
+                                                EntryFunction entry,
+                                                const PluginLoadOptions& options,
+                                                std::string& error);
 
     std::string path_;
     std::string entryName_;
