@@ -178,6 +178,8 @@ TEST(EndpointDispatchTest, BindsConvertsAndAnswers) {
     Check(host, {"POST", "/t/things/3", 400, "Extra MessgePack data found in body"}, msgpack);
     msgpack.contentType = "text/plain";
     Check(host, {"POST", "/t/things/3", 400, "Unsupported body content type"}, msgpack);
+    // A route without a body argument never looks at the body.
+    Check(host, {"GET", "/t/flags", 200, R"("- none")"}, msgpack);
 
     TestHost::CallOptions call;
     call.arguments = {{"", BindingProperty(true)}, {"count", BindingProperty(int64_t{9})}};
