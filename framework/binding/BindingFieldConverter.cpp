@@ -127,7 +127,9 @@ void ConvertMember(BindingConversion& c, const BindingFieldInfo& member, const c
                    BindingProperty& output) {
     BindingProperty& slot = output.MutableField(member.name);
     member.converter->ConvertToProperty(c, base + member.offset, slot);
-    if (c.Ok() && (member.flags & kOmitIfEmpty) != 0 && IsOmittable(slot)) {
+    const bool omittable =
+        (member.flags & kOptionalMember) != 0 ? slot.IsEmpty() : IsOmittable(slot);
+    if (c.Ok() && (member.flags & kOmitIfEmpty) != 0 && omittable) {
         output.RemoveField(member.name);
     }
 }

@@ -39,6 +39,9 @@ enum BindingFieldFlags : uint32_t {
     kNoFieldFlags = 0,
     kOmitIfEmpty = 1u << 0,
     kRequired = 1u << 1,
+    // Set by registration for std::optional members: such a field is left out
+    // only when absent, so a present "" or 0 still reaches the output.
+    kOptionalMember = 1u << 2,
 };
 constexpr BindingFieldFlags operator|(BindingFieldFlags a, BindingFieldFlags b) {
     return static_cast<BindingFieldFlags>(static_cast<uint32_t>(a) | static_cast<uint32_t>(b));

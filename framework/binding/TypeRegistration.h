@@ -80,6 +80,9 @@ public:
         }
         const BindingTypeRegistry* registry = builder_.Info().registry;
         const bool optional = Detail::IsOptional<M>::value || (flags & kOmitIfEmpty) != 0;
+        if constexpr (Detail::IsOptional<M>::value) {
+            flags = flags | kOptionalMember;
+        }
         builder_.AddField(name, description, Detail::MemberOffset<T>(member), StaticType::Of<M>(),
                           IdentifierOf<M>(registry), BindingTypeIdentifier{}, flags,
                           MakeFieldConverter<M>(), optional);

@@ -232,7 +232,7 @@ TEST_F(RecordsTest, AbsentOptionalsAreLeftOut) {
 // A present optional is written whatever its value; only absence omits it.
 // Disabled until the registry stops applying the empty-value rule to
 // std::optional members (it leaves out a present "" and a present 0 today).
-TEST_F(RecordsTest, DISABLED_PresentEmptyOptionalsAreWritten) {
+TEST_F(RecordsTest, PresentEmptyOptionalsAreWritten) {
     TbLobbySlotResource slot;
     slot.excludedPositionPreference = "";
     BindingProperty out = ToProperty(slot);
