@@ -6,12 +6,14 @@
 #include <chrono>
 #include <cstdint>
 #include <limits>
+#include <span>
 #include <string>
 #include <string_view>
 #include <utility>
 #include <vector>
 
 #include "framework/binding/NativeConversion.h"
+#include "framework/binding/StaticType.h"
 #include "framework/codec/Json.h"
 #include "framework/log/Log.h"
 #include "framework/resources/ResourceEvents.h"
@@ -110,12 +112,21 @@ constexpr TradeStateName kTradeStateNames[] = {
 
 }  // namespace
 
-Api::ActionV1 LobbyTeamBuilderPlugin::ReadAction(const BindingProperty& value) const {
+std::vector<Api::ActionV1> LobbyTeamBuilderPlugin::ReadActionSet(const BindingProperty& set) const {
+    const std::span<const BindingProperty> elements = set.Elements();
+    std::vector<Api::ActionV1> actions(elements.size());
+    const Framework::BindingTypeInfo* info =
+        Registry().Find(Framework::StaticType::Of<Api::ActionV1>());
+    if (info == nullptr) {
+        return actions;
+    }
     // What cannot be read keeps its default; the action itself is kept, so a
     // damaged action never shifts the others.
-    Api::ActionV1 action;
-    static_cast<void>(Framework::AssignFromProperty(Registry(), value, "action", action));
-    return action;
+    for (size_t i = 0; i < elements.size(); ++i) {
+        static_cast<void>(
+            Framework::AssignFromProperty(Registry(), *info, elements[i], "action", &actions[i]));
+    }
+    return actions;
 }
 
 std::vector<std::vector<Api::ActionV1>> LobbyTeamBuilderPlugin::ExpandActionSets(
@@ -144,11 +155,7 @@ std::vector<std::vector<Api::ActionV1>> LobbyTeamBuilderPlugin::ExpandActionSets
     std::vector<std::vector<Api::ActionV1>> sets;
     sets.reserve(setCount + keys.size());
     for (const BindingProperty& set : state.actionSetList) {
-        std::vector<Api::ActionV1>& actions = sets.emplace_back();
-        actions.reserve(set.Elements().size());
-        for (const BindingProperty& element : set.Elements()) {
-            actions.push_back(ReadAction(element));
-        }
+        sets.push_back(ReadActionSet(set));
     }
 
     int64_t inserted = 0;
@@ -234,6 +241,8 @@ std::optional<Api::ChampSelectSession> LobbyTeamBuilderPlugin::BuildChampSelectS
     }
 
     Api::ChampSelectSession session;
+    const Framework::BindingTypeInfo* actionInfo =
+        Registry().Find(Framework::StaticType::Of<Api::ChampSelectAction>());
     session.actions.reserve(sets.size());
     for (std::vector<Api::ActionV1>& set : sets) {
         std::stable_sort(
@@ -260,10 +269,10 @@ std::optional<Api::ChampSelectSession> LobbyTeamBuilderPlugin::BuildChampSelectS
                     }
                 }
             }
-            Framework::Maybe<BindingProperty> value =
-                Framework::ConvertToProperty(Registry(), published);
-            if (value) {
-                array.Append() = std::move(value).Value();
+            // Written in place; an action that does not convert is left out.
+            if (actionInfo != nullptr && !Framework::ConvertToProperty(
+                                             Registry(), *actionInfo, &published, array.Append())) {
+                array.Resize(array.Elements().size() - 1);
             }
         }
     }

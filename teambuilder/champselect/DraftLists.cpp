@@ -94,7 +94,11 @@ void LobbyTeamBuilderPlugin::UpdateDraftLists(const GameDtoRecord& incoming) {
         draftInventory_.reset();
     } else if (incoming.dto->afkCheckState && !incoming.dto->afkCheckState->inventoryDraft
                                                    .lastSelectedSkinIdByChampionId.empty()) {
-        draftInventory_ = incoming.dto->afkCheckState->inventoryDraft;
+        // The service repeats the inventory with every DTO of the ready check.
+        const Api::TbdInventory& inventory = incoming.dto->afkCheckState->inventoryDraft;
+        if (!draftInventory_ || *draftInventory_ != inventory) {
+            draftInventory_ = inventory;
+        }
     }
     const bool has = draftInventory_.has_value();
 
@@ -166,8 +170,7 @@ Maybe<Api::ChampSelectBannableChampions> LobbyTeamBuilderPlugin::ComputeBannable
     }
     std::vector<int32_t> excluded = draftInventory_->disabledChampionIds;
     for (const Framework::BindingProperty& set : actionSetList) {
-        for (const Framework::BindingProperty& element : set.Elements()) {
-            Api::ActionV1 action = ReadAction(element);
+        for (const Api::ActionV1& action : ReadActionSet(set)) {
             if (action.completed && action.type == "BAN") {
                 excluded.push_back(action.championId);
             }

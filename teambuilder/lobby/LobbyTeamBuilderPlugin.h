@@ -125,8 +125,9 @@ public:
     // its own at its index.
     std::vector<std::vector<Api::ActionV1>> ExpandActionSets(
         const Api::ChampionSelectStateV1& state) const;
-    // One element of an action set; what does not convert keeps its default.
-    Api::ActionV1 ReadAction(const Framework::BindingProperty& value) const;
+    // The elements of one action set as received; what does not convert
+    // keeps its default, and a set that is not an array has no actions.
+    std::vector<Api::ActionV1> ReadActionSet(const Framework::BindingProperty& set) const;
     static Api::ChampSelectPlayerSelection ConvertCell(const Api::CellV1& cell, int64_t wardSkinId);
     std::optional<Api::ChampSelectPlayerSelection> FindPlayerSelection(
         const Api::ChampionSelectStateV1& state, int64_t cellId) const;
