@@ -162,6 +162,7 @@ RestReply Demo::Call(uint32_t method, const std::string& uri, const std::string&
     if (hasBody) {
         request.contentType = "application/json";
     }
+    timeline_.RestBegin("you", request);
     RestReply reply = runtime_.Route(request);
     timeline_.Rest("you", request, reply);
     if (Unimplemented(reply) && missing_.empty()) {
@@ -272,8 +273,9 @@ void Demo::AddQueueSteps(std::vector<Step>& steps) {
                      }});
     if (!scenario_.leaverPenalty) {
         steps.push_back({"Matchmaking", "start matchmaking", 5.0, [this] {
+                             // No leaver penalty, so no token: an empty one.
                              return Act("start matchmaking", kHostMethodPost,
-                                        std::string(kBase) + "/v1/matchmaking/search")
+                                        std::string(kBase) + "/v1/matchmaking/search", "\"\"", true)
                                         ? Poll::Done
                                         : Poll::Failed;
                          }});
@@ -282,7 +284,7 @@ void Demo::AddQueueSteps(std::vector<Step>& steps) {
     steps.push_back(
         {"Matchmaking", "start matchmaking and learn of the leaver penalty", 5.0, [this] {
              if (!Act("start matchmaking", kHostMethodPost,
-                      std::string(kBase) + "/v1/matchmaking/search")) {
+                      std::string(kBase) + "/v1/matchmaking/search", "\"\"", true)) {
                  return Poll::Failed;
              }
              rapidjson::Document reply;
@@ -785,8 +787,8 @@ DemoResult Demo::Run() {
     runtime_.AddObserver(&state_);
     NameBook names;
     names.player = [this](uint64_t id) {
-        const std::string name = services_.PlayerName(id);
-        return id == services_.Options().localSummonerId ? name + " (you)" : name;
+        return id == services_.Options().localSummonerId ? std::string("you")
+                                                         : services_.PlayerName(id);
     };
     names.champion = [](int64_t id) {
         return std::string(Simulation::ChampionName(static_cast<int32_t>(id)));

@@ -220,7 +220,7 @@ std::string Session(const Json& data, const NameBook& names) {
     }
     line += "; bans " + std::to_string(bansDone) + "/" + std::to_string(bans) + ", picks " +
             std::to_string(picksDone) + "/" + std::to_string(picks);
-    if (!turn.empty()) {
+    if (!turn.empty() && line.rfind("PLANNING", 0) != 0) {
         line += "; now: " + turn;
     }
     if (const Json* team = Member(data, "myTeam"); team != nullptr && team->IsArray()) {

@@ -46,6 +46,14 @@ std::string ServiceCallOf(const RestRequest& request) {
     return {};
 }
 
+std::string RequestText(const RestRequest& request) {
+    std::string text = std::string(MethodName(request.method)) + " " + request.uri;
+    if (request.hasBody && !request.body.empty()) {
+        text += " " + Shorten(CompactJson(request.body), 80);
+    }
+    return text;
+}
+
 }  // namespace
 
 Timeline::Timeline(std::FILE* out, bool json, int detail, std::function<double()> now)
@@ -58,6 +66,10 @@ std::string Timeline::Time() const {
 }
 
 void Timeline::Line(std::string_view who, const std::string& text) {
+    if (restOpen_ && !restSplit_) {
+        std::fputc('\n', out_);
+        restSplit_ = true;
+    }
     std::fprintf(out_, "%s  %-13.*s %s\n", Time().c_str(), static_cast<int>(who.size()), who.data(),
                  text.c_str());
     std::fflush(out_);
@@ -72,6 +84,10 @@ void Timeline::Phase(const std::string& title) {
     if (json_) {
         JsonLine("\"kind\":\"phase\",\"title\":" + QuoteJson(title));
         return;
+    }
+    if (restOpen_ && !restSplit_) {
+        std::fputc('\n', out_);
+        restSplit_ = true;
     }
     std::string rule = "-- " + title + " ";
     while (rule.size() < 72) {
@@ -97,6 +113,10 @@ void Timeline::Text(const std::string& text) {
         JsonLine("\"kind\":\"text\",\"text\":" + QuoteJson(text));
         return;
     }
+    if (restOpen_ && !restSplit_) {
+        std::fputc('\n', out_);
+        restSplit_ = true;
+    }
     std::fprintf(out_, "%s\n", text.c_str());
     std::fflush(out_);
 }
@@ -118,15 +138,33 @@ void Timeline::Rest(std::string_view who, const RestRequest& request, const Rest
         JsonLine(object);
         return;
     }
-    std::string text = std::string(MethodName(request.method)) + " " + request.uri;
-    if (request.hasBody && !request.body.empty()) {
-        text += " " + Shorten(CompactJson(request.body), 80);
-    }
-    text += "  -> " + std::to_string(reply.status);
+    std::string status = std::to_string(reply.status);
     if (reply.failed) {
-        text += " \"" + reply.error + "\"";
+        status += " \"" + reply.error + "\"";
     }
-    Line(who, text);
+    if (restOpen_ && !restSplit_) {
+        restOpen_ = false;
+        std::fprintf(out_, "  -> %s\n", status.c_str());
+        std::fflush(out_);
+        return;
+    }
+    const bool split = restOpen_;
+    restOpen_ = false;
+    Line(who, split ? "  ... -> " + status : RequestText(request) + "  -> " + status);
+}
+
+void Timeline::RestBegin(std::string_view who, const RestRequest& request) {
+    if (json_) {
+        return;
+    }
+    if (restOpen_ && !restSplit_) {
+        std::fputc('\n', out_);
+    }
+    std::fprintf(out_, "%s  %-13.*s %s", Time().c_str(), static_cast<int>(who.size()), who.data(),
+                 RequestText(request).c_str());
+    std::fflush(out_);
+    restOpen_ = true;
+    restSplit_ = false;
 }
 
 void Timeline::Outcome(bool success, const std::string& text) {
@@ -172,7 +210,27 @@ void Timeline::OnPluginEvent(uint32_t, const std::string& name, const std::strin
         found->value.Accept(writer);
         data.assign(buffer.GetString(), buffer.GetSize());
     }
+    const bool wasLive = live_.count(uri) != 0;
+    if (type == "Delete") {
+        live_.erase(uri);
+    } else {
+        live_.insert(uri);
+    }
     const std::string summary = SummarizeResource(uri, type, data, names_);
+    std::string& last = lastLines_[uri];
+    const bool countdown = uri == "/qel-lobby-team-builder/v1/lobby/countdown";
+    // "created: " and ": " say the same once the value is shown.
+    std::string plain = summary;
+    if (const size_t at = plain.find(" created: "); at != std::string::npos) {
+        plain.replace(at, 10, ": ");
+    }
+    const bool repeated = countdown
+                              ? plain.substr(0, plain.find(',')) == last.substr(0, last.find(','))
+                              : plain == last;
+    last = plain;
+    if (detail_ < 2 && ((type == "Delete" && !wasLive) || (repeated && type != "Delete"))) {
+        return;
+    }
     if (json_) {
         JsonLine("\"kind\":\"event\",\"uri\":" + QuoteJson(uri) + ",\"eventType\":" +
                  QuoteJson(type) + ",\"summary\":" + QuoteJson(summary) + ",\"data\":" + data);

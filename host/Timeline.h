@@ -16,6 +16,8 @@
 
 #include <cstdio>
 #include <functional>
+#include <map>
+#include <set>
 #include <string>
 #include <string_view>
 
@@ -35,7 +37,10 @@ public:
     void Phase(const std::string& title);
     // A line of prose from an actor (simulated player, stand-in, host).
     void Note(std::string_view who, const std::string& text, int detail = 1);
-    // A REST call made by `who` (the local player) and its reply.
+    // A REST call made by `who` (the local player): the request as it goes
+    // out (text only), then the request with its reply. Lines printed while
+    // the call runs come between the two; otherwise they share one line.
+    void RestBegin(std::string_view who, const RestRequest& request);
     void Rest(std::string_view who, const RestRequest& request, const RestReply& reply);
     // Plain text at level 0: headers, summaries.
     void Text(const std::string& text);
@@ -59,6 +64,14 @@ private:
     int detail_;
     std::function<double()> now_;
     NameBook names_;
+    // Resources the plugin has published and not deleted, and the last line
+    // shown for each: at the usual detail a Delete of something never shown,
+    // a line that repeats the resource's previous one and a countdown that
+    // stays in its phase are left out.
+    std::set<std::string> live_;
+    bool restOpen_ = false;   // a request line waits for its status
+    bool restSplit_ = false;  // other lines came in between
+    std::map<std::string, std::string> lastLines_;
 };
 
 }  // namespace Orvan::Host

@@ -84,9 +84,9 @@ std::string ServiceSimulator::Game::GameRecordJson() {
     Text(w, "phaseName", WirePhaseName(phase_));
     Int(w, "queueId", phase_ == GamePhase::None ? -1 : options_.queueId);
 
-    // The lobby travels while the party is in it; later phases leave it out,
-    // as the service does.
-    if (phase_ == GamePhase::Premade) {
+    // The lobby travels while the party is in it or searches; the ready
+    // check and champion select leave it out, as the service does.
+    if (phase_ == GamePhase::Premade || phase_ == GamePhase::Matchmaking) {
         Key(w, "premadeState");
         w.StartObject();
         Int(w, "timer", 0);

@@ -70,15 +70,16 @@ void QEL_HOST_CALL Dispatch(HostResponse* reply, HostRequest* request) {
         std::string header = request->headerCount > 0 ? request->headers[0].value : "";
         const bool terminated =
             request->body == nullptr || request->body[request->bodyLength] == '\0';
-        Reply(reply, "{\"uri\":" + QuoteJson(request->uri) + ",\"body\":" +
-                         QuoteJson(request->body != nullptr
-                                       ? std::string(reinterpret_cast<const char*>(request->body),
-                                                     request->bodyLength)
-                                       : "") +
-                         ",\"type\":" + QuoteJson(request->contentType ? request->contentType : "") +
-                         ",\"terminated\":" + (terminated ? "true" : "false") +
-                         ",\"arguments\":" + std::to_string(request->argumentCount) +
-                         ",\"header\":" + QuoteJson(header) + "}");
+        Reply(reply,
+              "{\"uri\":" + QuoteJson(request->uri) + ",\"body\":" +
+                  QuoteJson(request->body != nullptr
+                                ? std::string(reinterpret_cast<const char*>(request->body),
+                                              request->bodyLength)
+                                : "") +
+                  ",\"type\":" + QuoteJson(request->contentType ? request->contentType : "") +
+                  ",\"terminated\":" + (terminated ? "true" : "false") +
+                  ",\"arguments\":" + std::to_string(request->argumentCount) +
+                  ",\"header\":" + QuoteJson(header) + "}");
         return;
     }
     if (which == 1) {
@@ -102,8 +103,8 @@ void QEL_HOST_CALL Dispatch(HostResponse* reply, HostRequest* request) {
             module.api->ServeOnce(module.api);
         }
         const uint64_t turns = module.api->EndWait(module.api);
-        Reply(reply, "{\"echoed\":" + echoed + ",\"ready\":" +
-                         (module.readyFlag ? "true" : "false") +
+        Reply(reply, "{\"echoed\":" + echoed +
+                         ",\"ready\":" + (module.readyFlag ? "true" : "false") +
                          ",\"turns\":" + std::to_string(turns) + "}");
         return;
     }
@@ -290,9 +291,10 @@ TEST_F(HostRuntimeTest, OutsideRequestsReachEndpointsWithBodyHeadersAndPathTempl
         const char* uri;
         const char* error;
     };
-    for (const Case& c : {Case{kHostMethodGet, "/fake/v1/items/1/2", "No endpoint for GET /fake/v1/items/1/2"},
-                          Case{kHostMethodPost, "/fake/v1/items/1", "No endpoint for POST /fake/v1/items/1"},
-                          Case{kHostMethodGet, "/elsewhere", "No endpoint for GET /elsewhere"}}) {
+    for (const Case& c :
+         {Case{kHostMethodGet, "/fake/v1/items/1/2", "No endpoint for GET /fake/v1/items/1/2"},
+          Case{kHostMethodPost, "/fake/v1/items/1", "No endpoint for POST /fake/v1/items/1"},
+          Case{kHostMethodGet, "/elsewhere", "No endpoint for GET /elsewhere"}}) {
         request = RestRequest{};
         request.method = c.method;
         request.uri = c.uri;
@@ -311,11 +313,11 @@ TEST_F(HostRuntimeTest, OutsideRequestsReachEndpointsWithBodyHeadersAndPathTempl
 
 TEST_F(HostRuntimeTest, PluginRequestsGetRepliesTheyRelease) {
     Load();
-    runtime_.AddRoute("stand", kHostMethodGet, "/stand/{what}",
-                      [](const RestRequest&, const PathParameters& parameters) {
-                          return RestReply::Json("{\"what\":" +
-                                                 QuoteJson(parameters.at("what")) + "}");
-                      });
+    runtime_.AddRoute(
+        "stand", kHostMethodGet, "/stand/{what}",
+        [](const RestRequest&, const PathParameters& parameters) {
+            return RestReply::Json("{\"what\":" + QuoteJson(parameters.at("what")) + "}");
+        });
     HostRequest call{};
     call.method = kHostMethodGet;
     call.uri = "/stand/thing";
@@ -341,7 +343,8 @@ TEST_F(HostRuntimeTest, DestroyDropsTheModulesCallsAndRegistrations) {
     static int ran = 0;
     module_.onStart = [](FakeModule& m) {
         m.api->RegisterEvent(m.api, "Any", m.handle, &OnEvent, &m, 0);
-        m.api->ScheduleCall(m.api, "later", [](void*) { ++ran; }, nullptr, 1.0, 0);
+        m.api->ScheduleCall(
+            m.api, "later", [](void*) { ++ran; }, nullptr, 1.0, 0);
     };
     Load();
     auto memory = runtime_.Memory(plugin_);
@@ -389,7 +392,8 @@ TEST(HostJson, RefusesWhatCannotCross) {
     EXPECT_FALSE(JsonToHostValue("{\"a\":", value.Get(), error));
     EXPECT_NE(error.find("offset"), std::string::npos);
     EXPECT_EQ(value.Get().type, static_cast<uint32_t>(kHostValueNull));
-    const std::string deep = std::string(kMaxValueDepth + 2, '[') + std::string(kMaxValueDepth + 2, ']');
+    const std::string deep =
+        std::string(kMaxValueDepth + 2, '[') + std::string(kMaxValueDepth + 2, ']');
     EXPECT_FALSE(JsonToHostValue(deep, value.Get(), error));
     EXPECT_NE(error.find("deeper"), std::string::npos);
 

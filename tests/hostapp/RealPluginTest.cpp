@@ -49,8 +49,7 @@ TEST(PluginLoading, SurvivesAPluginThatRefusesTheCoresVersion) {
         const std::string core = std::to_string(major) + ".0.0";
         EXPECT_NE(error.find("did not load with core plugin API " + core), std::string::npos)
             << error;
-        EXPECT_NE(error.find("is not compatible with core's plugin API " + core),
-                  std::string::npos)
+        EXPECT_NE(error.find("is not compatible with core's plugin API " + core), std::string::npos)
             << "the plugin's own report is passed on: " << error;
     }
     PluginLoadOptions newer = RealPlugin();
@@ -153,8 +152,8 @@ TEST_F(RealPluginRequests, BadPathsMethodsAndBodiesGetThePluginsOwnMessages) {
          "application/json", 400, "'queueId'", true},
         {kHostMethodPost, "/qel-lobby-team-builder/v1/lobby", "{\"queueId\":62}", "text/plain", 400,
          "Unsupported body content type", true},
-        {kHostMethodPost, "/qel-lobby-team-builder/v1/lobby/members/abc/kick", "", "", 400,
-         "'id'", true},
+        {kHostMethodPost, "/qel-lobby-team-builder/v1/lobby/members/abc/kick", "", "", 400, "'id'",
+         true},
         {kHostMethodPost, "/qel-lobby-team-builder/v1/lobby", std::string(100000, '[').c_str(),
          "application/json", 400, "", true},
     };
