@@ -13,7 +13,11 @@
 //                                the reconnect retrieval
 //   LobbyResources.cpp           lobby, countdown and matchmaking resources
 //   MatchmakingSearch.cpp        the matchmaking search derived from two DTOs
-//   PendingOperations.cpp        lobby and matchmaking operations not served yet
+//   LobbyActions.cpp             create, join, position preferences,
+//                                promote, kick, quit
+//   MatchmakingActions.cpp       matchmaking and the ready check
+//   RemovalFromService.cpp       the service's other pushed messages
+//   FeatureToggles.cpp           the service's feature toggles
 //   ../champselect/              champion select
 //
 // Ownership: owns all of the plugin's state by value for the life of the
@@ -164,6 +168,9 @@ public:
     void OnGameStartFailed();
     void OnGatekeeperRestricted(const Api::GatekeeperRestricted& message);
     void OnLowPriorityQueueAbandoned(const Api::QuitguardAbandoned& message);
+    // A default search with that state, shown once: neither the current nor
+    // the published search changes.
+    void PublishMatchmakingState(Api::MatchmakingSearchState searchState);
 
     // ---- Routes -------------------------------------------------------------
 
@@ -185,6 +192,7 @@ public:
     Framework::Maybe<> AbandonLowPriorityQueue(const std::string& quitguardToken);
     Framework::Maybe<> AcceptReadyCheck();
     Framework::Maybe<> DeclineReadyCheck();
+    Framework::Maybe<> IndicateAfkReadiness(bool ready);
 
     // ---- Champion-select routes (champselect/ChampSelectRoutes.cpp and the
     // files of each concern) ---------------------------------------------------
@@ -224,6 +232,15 @@ public:
     uint32_t ServiceCallsInProgress() const { return teamBuilder_.CallsInProgress(); }
 
 private:
+    // Status 500; an empty message says "Internal server error".
+    static Framework::Failure InternalError(std::string message);
+    // A service answer's payload as a DTO; what does not convert keeps its
+    // default (and a DTO left without a queue is refused by the intake).
+    Api::TbdGameDtoV1 ReadGameDto(const Framework::BindingProperty& payload) const;
+    // {"slotId": ...} of the stored lobby's member, or 400 without a lobby,
+    // 404 without that member.
+    Framework::Maybe<Framework::BindingProperty> MemberSlotPayload(uint64_t summonerId) const;
+
     void EnterChampSelect(const GameDtoRecord& previous, const GameDtoRecord& incoming);
     void UpdateChampSelect(const GameDtoRecord& previous, const GameDtoRecord& incoming);
     void LeaveChampSelect(const GameDtoRecord& previous);

@@ -63,18 +63,18 @@ TEST(WiringTest, LobbyRoutesAreRegisteredWithTheirArguments) {
         uint16_t status;
     } routes[] = {
         {"GET", "/qel-lobby-team-builder/v1/lobby", "", 404},
-        {"GET", "/qel-lobby-team-builder/v1/tb-enabled-features", "", 500},
+        {"GET", "/qel-lobby-team-builder/v1/tb-enabled-features", "", 503},
         {"POST", "/qel-lobby-team-builder/v1/lobby", R"({"queueId":420})", 500},
         {"POST", "/qel-lobby-team-builder/v1/position-preferences",
          R"({"firstPreference":"TOP","secondPreference":"MIDDLE"})", 500},
         {"POST", "/qel-lobby-team-builder/v2/position-preferences",
          R"({"firstPreference":"TOP","secondPreference":"MIDDLE","excludedPreference":"BOTTOM"})",
          500},
-        {"DELETE", "/qel-lobby-team-builder/v1/lobby", "", 500},
+        {"DELETE", "/qel-lobby-team-builder/v1/lobby", "", 200},
         {"POST", "/qel-lobby-team-builder/v1/invitations/accept",
          R"({"invitationMetaData":{"groupFinderId":"g1"}})", 500},
-        {"POST", "/qel-lobby-team-builder/v1/lobby/members/12/promote", "", 500},
-        {"POST", "/qel-lobby-team-builder/v1/lobby/members/12/kick", "", 500},
+        {"POST", "/qel-lobby-team-builder/v1/lobby/members/12/promote", "", 400},
+        {"POST", "/qel-lobby-team-builder/v1/lobby/members/12/kick", "", 400},
         {"GET", "/qel-lobby-team-builder/v1/lobby/countdown", "", 404},
         {"GET", "/qel-lobby-team-builder/v1/matchmaking", "", 200},
         {"POST", "/qel-lobby-team-builder/v1/matchmaking/search", R"("token-1")", 500},
@@ -90,9 +90,9 @@ TEST(WiringTest, LobbyRoutesAreRegisteredWithTheirArguments) {
             host.Call(route.method, route.uri, std::string(route.body));
         EXPECT_TRUE(result.endpointFound);
         EXPECT_EQ(result.status, route.status);
-        if (route.status == 500) {
-            EXPECT_EQ(result.error, "Not implemented");
-        }
+        // Without a service behind the proxy, the operations refuse or fail
+        // their calls on their own terms.
+        EXPECT_NE(result.error, "Not implemented");
     }
     // A body that does not convert never reaches the operation.
     const TestHost::CallResult bad =
