@@ -82,11 +82,11 @@ TEST(HandshakeTest, StoresNamesLabelsRouteBaseAndTheCoreVersion) {
     EXPECT_EQ(module.RouteBase(), "QelTestModule");
     EXPECT_EQ(module.CoreVersion().Text(), "18.3.7");
     // The record reports the plugin's own version and the short name.
-    EXPECT_EQ(record.major, 18u);
-    EXPECT_EQ(record.minor, 0u);
-    EXPECT_EQ(record.patch, 0u);
-    EXPECT_EQ(record.shortName, module.ShortName().c_str());
-    EXPECT_EQ(record.callbacks, module.Callbacks());
+    EXPECT_EQ(Unpacked(record.major), 18u);
+    EXPECT_EQ(Unpacked(record.minor), 0u);
+    EXPECT_EQ(Unpacked(record.patch), 0u);
+    EXPECT_EQ(Unpacked(record.shortName), module.ShortName().c_str());
+    EXPECT_EQ(Unpacked(record.callbacks), module.Callbacks());
     // Nothing reaches the host before StartModule.
     EXPECT_TRUE(host.Calls().empty());
 
@@ -137,7 +137,7 @@ void QEL_HOST_CALL LoadEndpointModule(PluginLoadRecord* record) {
 template <class Record>
 void ExpectLinked(const Record* first, uint32_t count) {
     for (uint32_t i = 0; i < count; ++i) {
-        EXPECT_EQ(first[i].next, i + 1 < count ? &first[i + 1] : nullptr) << i;
+        EXPECT_EQ(Unpacked(first[i].next), i + 1 < count ? &first[i + 1] : nullptr) << i;
     }
 }
 
@@ -152,15 +152,15 @@ TEST(HandshakeTest, DescriptorListsEndpointsTypesAndEventsAsLinkedArrays) {
     ASSERT_EQ(api->endpointCount, 1u);
     const EndpointRecord& endpoint = api->endpoints[0];
     EXPECT_STREQ(endpoint.function.name, "GetQelTestModuleV1ThingsById");
-    EXPECT_EQ(endpoint.function.next, nullptr);
-    EXPECT_EQ(endpoint.function.dispatchContext, &EndpointModule::kContext);
+    EXPECT_EQ(Unpacked(endpoint.function.next), nullptr);
+    EXPECT_EQ(Unpacked(endpoint.function.dispatchContext), &EndpointModule::kContext);
     EXPECT_STREQ(endpoint.urlTemplate, "/qel-test-module/v1/things/{id}");
-    EXPECT_EQ(endpoint.method, static_cast<uint32_t>(kHostMethodGet));
-    ASSERT_EQ(endpoint.function.argumentCount, 1u);
+    EXPECT_EQ(Unpacked(endpoint.method), static_cast<uint32_t>(kHostMethodGet));
+    ASSERT_EQ(Unpacked(endpoint.function.argumentCount), 1u);
     EXPECT_STREQ(endpoint.function.arguments[0].name, "id");
-    EXPECT_EQ(endpoint.function.arguments[0].type, 6u);
-    EXPECT_EQ(endpoint.argumentLocations[0].location, 2u);
-    ASSERT_EQ(endpoint.stringListCount, 1u);
+    EXPECT_EQ(Unpacked(endpoint.function.arguments[0].type), 6u);
+    EXPECT_EQ(Unpacked(endpoint.argumentLocations[0].location), 2u);
+    ASSERT_EQ(Unpacked(endpoint.stringListCount), 1u);
     EXPECT_STREQ(endpoint.stringLists[0].texts[1], "b");
     EXPECT_STREQ(endpoint.function.tags[0], "Plugin qel-test-module");
 

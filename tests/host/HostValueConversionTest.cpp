@@ -10,9 +10,12 @@
 #include "framework/binding/BindingTypeRegistry.h"
 #include "framework/binding/TypeRegistration.h"
 #include "framework/codec/Json.h"
+#include "tests/support/TestHost.h"
 
 namespace Orvan::Framework {
 namespace {
+
+using Testing::Unpacked;
 
 enum class Colour : int32_t { Red = 1, Green = 2 };
 
@@ -41,7 +44,7 @@ TEST(HostValueConversionTest, EveryKindCrossesWithItsCodeAndComesBack) {
     for (const Case& c : cases) {
         OwnedHostValue host;
         ASSERT_TRUE(ToHostValue(c.value, host.Get()).HasValue());
-        EXPECT_EQ(host.Get().type, c.code) << c.value.KindName();
+        EXPECT_EQ(Unpacked(host.Get().type), c.code) << c.value.KindName();
         Maybe<BindingProperty> back = FromHostValue(host.Get(), "<result>");
         ASSERT_TRUE(back.HasValue());
         if (c.value.Kind() == BindingKind::Blob) {
@@ -56,12 +59,12 @@ TEST(HostValueConversionTest, EveryKindCrossesWithItsCodeAndComesBack) {
 TEST(HostValueConversionTest, OwnedTextsAndKeysAreTerminatedAndFlagged) {
     OwnedHostValue host;
     ASSERT_TRUE(ToHostValue(FromJson(R"({"name":"Ann"})"), host.Get()).HasValue());
-    ASSERT_EQ(host.Get().payload.span.length, 1u);
+    ASSERT_EQ(Unpacked(host.Get().payload.span.length), 1u);
     const auto* entry = static_cast<const HostObjectEntry*>(host.Get().payload.span.address);
     EXPECT_STREQ(entry->key, "name");
     EXPECT_EQ(entry->keyOwned, 1);
-    EXPECT_EQ(entry->value.type, kHostValueTextOwned);
-    EXPECT_EQ(entry->value.payload.span.length, 3u);
+    EXPECT_EQ(Unpacked(entry->value.type), kHostValueTextOwned);
+    EXPECT_EQ(Unpacked(entry->value.payload.span.length), 3u);
     EXPECT_STREQ(static_cast<const char*>(entry->value.payload.span.address), "Ann");
 }
 
@@ -73,19 +76,19 @@ TEST(HostValueConversionTest, EnumsCrossByNameWhenTheRegistryNamesThem) {
     OwnedHostValue named;
     ASSERT_TRUE(ToHostValue(BindingProperty(BindingEnumValue{1, &type}), named.Get(), &registry)
                     .HasValue());
-    ASSERT_EQ(named.Get().type, kHostValueTextOwned);
+    ASSERT_EQ(Unpacked(named.Get().type), kHostValueTextOwned);
     EXPECT_STREQ(static_cast<const char*>(named.Get().payload.span.address), "Red");
 
     OwnedHostValue unnamed;
     ASSERT_TRUE(ToHostValue(BindingProperty(BindingEnumValue{2, &type}), unnamed.Get(), &registry)
                     .HasValue());
-    EXPECT_EQ(unnamed.Get().type, kHostValueSigned);
-    EXPECT_EQ(unnamed.Get().payload.signedValue, 2);
+    EXPECT_EQ(Unpacked(unnamed.Get().type), kHostValueSigned);
+    EXPECT_EQ(Unpacked(unnamed.Get().payload.signedValue), 2);
 
     OwnedHostValue withoutRegistry;
     ASSERT_TRUE(
         ToHostValue(BindingProperty(BindingEnumValue{1, &type}), withoutRegistry.Get()).HasValue());
-    EXPECT_EQ(withoutRegistry.Get().type, kHostValueSigned);
+    EXPECT_EQ(Unpacked(withoutRegistry.Get().type), kHostValueSigned);
 }
 
 TEST(HostValueConversionTest, HostRecordsConvertInOrderAndReleaseOnlyWhatTheyOwn) {
@@ -133,7 +136,7 @@ TEST(HostValueConversionTest, HostRecordsConvertInOrderAndReleaseOnlyWhatTheyOwn
     copied->key = "list";
     copied->keyOwned = 0;
     ReleaseHostValue(copy.Get());
-    EXPECT_EQ(copy.Get().type, kHostValueNull);
+    EXPECT_EQ(Unpacked(copy.Get().type), kHostValueNull);
     EXPECT_STREQ(entries[0].key, "list");
     std::free(ownedKey);
 }
@@ -183,7 +186,7 @@ TEST(HostValueConversionTest, NestingBeyondTheLimitFailsInBothDirections) {
     }
     HostValue out{};
     EXPECT_FALSE(ToHostValue(deep, out).HasValue());
-    EXPECT_EQ(out.type, kHostValueNull);  // nothing left allocated
+    EXPECT_EQ(Unpacked(out.type), kHostValueNull);  // nothing left allocated
 }
 
 }  // namespace

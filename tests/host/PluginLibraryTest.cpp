@@ -37,16 +37,16 @@ BindingProperty AsyncAnswer(std::string_view method) {
 TEST(PluginLibraryTest, EntryFillsTheLoadRecord) {
     TestHost host;
     const PluginLoadRecord& record = host.Load(18, 3, 7);
-    EXPECT_EQ(record.major, 18u);
-    EXPECT_EQ(record.minor, 0u);
-    EXPECT_EQ(record.patch, 0u);
-    ASSERT_NE(record.callbacks, nullptr);
-    EXPECT_NE(record.callbacks->StartModule, nullptr);
-    EXPECT_NE(record.callbacks->DestroyModule, nullptr);
-    EXPECT_NE(record.callbacks->GetMemoryStatistics, nullptr);
-    EXPECT_NE(record.module, nullptr);
+    EXPECT_EQ(Unpacked(record.major), 18u);
+    EXPECT_EQ(Unpacked(record.minor), 0u);
+    EXPECT_EQ(Unpacked(record.patch), 0u);
+    ASSERT_NE(Unpacked(record.callbacks), nullptr);
+    EXPECT_NE(Unpacked(record.callbacks->StartModule), nullptr);
+    EXPECT_NE(Unpacked(record.callbacks->DestroyModule), nullptr);
+    EXPECT_NE(Unpacked(record.callbacks->GetMemoryStatistics), nullptr);
+    EXPECT_NE(Unpacked(record.module), nullptr);
     EXPECT_STREQ(record.shortName, "qel-lobby-team-builder");
-    ASSERT_NE(record.apiDescriptor, nullptr);
+    ASSERT_NE(Unpacked(record.apiDescriptor), nullptr);
     EXPECT_TRUE(host.Calls().empty());
 
     // The framework's records are described with their fields and enumerators.
@@ -54,8 +54,8 @@ TEST(PluginLibraryTest, EntryFillsTheLoadRecord) {
     const TypeRecord* event = FindType(api, "PluginResourceEvent");
     ASSERT_NE(event, nullptr);
     EXPECT_STREQ(event->nameSpace, "oclient");
-    ASSERT_EQ(event->count, 3u);
-    EXPECT_EQ(event->enumerators, nullptr);
+    ASSERT_EQ(Unpacked(event->count), 3u);
+    EXPECT_EQ(Unpacked(event->enumerators), nullptr);
     const FieldRecord* field = event->fields;
     Strings fields;
     for (; field != nullptr; field = field->next) {
@@ -66,21 +66,21 @@ TEST(PluginLibraryTest, EntryFillsTheLoadRecord) {
 
     const TypeRecord* eventType = FindType(api, "PluginResourceEventType");
     ASSERT_NE(eventType, nullptr);
-    EXPECT_EQ(eventType->fields, nullptr);
+    EXPECT_EQ(Unpacked(eventType->fields), nullptr);
     std::map<std::string, int32_t> values;
     for (const EnumeratorRecord* e = eventType->enumerators; e != nullptr; e = e->next) {
         values[e->name] = e->value;
     }
     EXPECT_EQ(values,
               (std::map<std::string, int32_t>{{"Create", 0}, {"Update", 1}, {"Delete", 2}}));
-    EXPECT_EQ(eventType->count, 3u);
+    EXPECT_EQ(Unpacked(eventType->count), 3u);
 }
 
 TEST(PluginLibraryTest, CompatibleCoresAreAccepted) {
     const uint32_t versions[][3] = {{18, 0, 0}, {18, 0, 5}, {18, 3, 0}, {18, 3, 7}};
     for (const auto& v : versions) {
         TestHost host;
-        EXPECT_NE(host.Load(v[0], v[1], v[2]).module, nullptr)
+        EXPECT_NE(Unpacked(host.Load(v[0], v[1], v[2]).module), nullptr)
             << v[0] << "." << v[1] << "." << v[2];
     }
 }

@@ -49,6 +49,13 @@ namespace Orvan::Testing {
 
 using Framework::BindingProperty;
 
+// A member of a packed host record, by value: a reference to it (as the
+// test assertions take) may be misaligned.
+template <class T>
+T Unpacked(T value) {
+    return value;
+}
+
 // Path of the plugin's shared object as built.
 const char* PluginLibraryPath();
 
