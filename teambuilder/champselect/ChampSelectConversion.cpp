@@ -152,12 +152,12 @@ std::vector<std::vector<Api::ActionV1>> LobbyTeamBuilderPlugin::ExpandActionSets
         return a.index != b.index ? a.index < b.index : *a.text < *b.text;
     });
 
+    // One pass: a ceremony set keyed I lands after the first I sets of the
+    // state and after the ceremonies of lower keys, as if inserted at
+    // I + (ceremonies inserted so far) into the state's list.
     std::vector<std::vector<Api::ActionV1>> sets;
     sets.reserve(setCount + keys.size());
-    for (const BindingProperty& set : state.actionSetList) {
-        sets.push_back(ReadActionSet(set));
-    }
-
+    size_t nextSet = 0;
     int64_t inserted = 0;
     for (const CeremonyKey& key : keys) {
         Framework::Maybe<std::vector<Api::CeremonyV1>> ceremonies =
@@ -170,6 +170,9 @@ std::vector<std::vector<Api::ActionV1>> LobbyTeamBuilderPlugin::ExpandActionSets
                 Framework::WriteJson(offending).c_str());
             continue;
         }
+        for (; nextSet < static_cast<size_t>(key.index); ++nextSet) {
+            sets.push_back(ReadActionSet(state.actionSetList[nextSet]));
+        }
         for (Api::CeremonyV1& ceremony : *ceremonies) {
             // Each ceremony is an action set of its own, with an id from the
             // session's synthetic range.
@@ -178,12 +181,12 @@ std::vector<std::vector<Api::ActionV1>> LobbyTeamBuilderPlugin::ExpandActionSets
             action.type = std::move(ceremony.name);
             action.duration = ceremony.duration;
             action.completed = completedCeremonyActionIds_.count(action.actionId) != 0;
-            std::vector<Api::ActionV1> ceremonySet;
-            ceremonySet.push_back(std::move(action));
-            sets.insert(sets.begin() + static_cast<std::ptrdiff_t>(key.index + inserted),
-                        std::move(ceremonySet));
+            sets.emplace_back().push_back(std::move(action));
             ++inserted;
         }
+    }
+    for (; nextSet < setCount; ++nextSet) {
+        sets.push_back(ReadActionSet(state.actionSetList[nextSet]));
     }
     return sets;
 }
