@@ -1,19 +1,21 @@
-// A module class linked into the tests of REST calls, resources and the
-// service proxy, loaded into the test host under the team builder's short
-// name (so its log lines read as the plugin's):
-//   host.LoadWith(&LoadServicesModule);
-//   ServicesModule& module = ServicesModuleOf(host);
-// It registers one small record type, TestSession, holds a ServiceCaller
-// for "teambuilder-draft" and runs `onDestroy` from its destructor.
+// The fixture of the tests of REST calls, resources and the service proxy: a
+// module class linked into the test, loaded into the test host under the team
+// builder's short name (so its log lines read as the plugin's) and started
+// with plugin handle 7. The module registers one record type, TestSession,
+// holds a ServiceCaller for "teambuilder-draft" and runs `onDestroy` from its
+// destructor.
 #pragma once
+
+#include <gtest/gtest.h>
 
 #include <cstdint>
 #include <functional>
 #include <string>
+#include <vector>
 
 #include "framework/binding/TypeRegistration.h"
-#include "framework/host/AppModule.h"
 #include "framework/host/PluginEntry.h"
+#include "framework/log/LogRecord.h"
 #include "framework/resources/ResourceEvents.h"
 #include "framework/rest/RestCalls.h"
 #include "framework/serviceproxy/ServiceCaller.h"
@@ -22,45 +24,69 @@
 
 namespace Orvan::Testing {
 
+using namespace Orvan::Framework;
+using Strings = std::vector<std::string>;
+
 struct TestSession {
     std::string phase;
     int32_t counter = 0;
 };
 
-class ServicesModule : public Framework::AppModule {
-public:
-    // Runs while the host destroys the module (it is finalizing by then).
-    std::function<void(ServicesModule&)> onDestroy;
+// A record nobody registers.
+struct Unregistered {
+    int32_t x = 0;
+};
 
+class ServicesModule : public AppModule {
+public:
     ~ServicesModule() override {
         if (onDestroy) {
             onDestroy(*this);
         }
     }
-
     void RegisterEndpoints() override {
-        Framework::RegisterStruct<TestSession>(Registry(), "TestSession")
+        RegisterStruct<TestSession>(Registry(), "TestSession")
             .Field("phase", &TestSession::phase)
             .Field("counter", &TestSession::counter);
     }
 
-    Framework::ServiceCaller teamBuilder{*this, "teambuilder-draft"};
+    ServiceCaller teamBuilder{*this, "teambuilder-draft"};
+    std::function<void(ServicesModule&)> onDestroy;
 };
 
 inline void QEL_HOST_CALL LoadServicesModule(PluginLoadRecord* record) {
-    Framework::LoadPluginModule<ServicesModule>(record, "qel-lobby-team-builder");
+    LoadPluginModule<ServicesModule>(record, "qel-lobby-team-builder");
 }
 
-inline ServicesModule& ServicesModuleOf(const TestHost& host) {
-    return *static_cast<ServicesModule*>(static_cast<Framework::AppModule*>(host.Module()));
-}
-
-// {"phase": phase, "counter": counter}
 inline BindingProperty SessionValue(std::string_view phase, int64_t counter) {
     BindingProperty value;
     value.MutableField("phase").SetString(phase);
     value.MutableField("counter").SetSigned(counter);
     return value;
 }
+
+class ServicesTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        host_.LoadWith(&LoadServicesModule);
+        ASSERT_TRUE(host_.Start(7));
+        host_.ClearCalls();
+    }
+    ServicesModule& Module() {
+        return *static_cast<ServicesModule*>(static_cast<AppModule*>(host_.Module()));
+    }
+    // "<level> <text>" of the log lines holding `part`.
+    Strings Logs(std::string_view part = {}) const {
+        Strings lines;
+        for (const TestHost::LogLine& line : host_.Logs()) {
+            if (line.text.find(part) != std::string::npos) {
+                lines.push_back(std::to_string(line.level) + " " + line.text);
+            }
+        }
+        return lines;
+    }
+
+    TestHost host_;
+};
 
 }  // namespace Orvan::Testing
