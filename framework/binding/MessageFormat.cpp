@@ -322,6 +322,65 @@ int ReadNumber(std::string_view text, size_t& pos, int limit) {
     return value;
 }
 
+// Reads flags, width, precision, length modifier and the conversion character
+// at pos; false when no conversion character ends them.
+bool ParseConversion(std::string_view tmpl, size_t& pos, Conversion& c) {
+    while (pos < tmpl.size() &&
+           std::string_view("-+ #0").find(tmpl[pos]) != std::string_view::npos) {
+        c.flags += tmpl[pos++];
+    }
+    if (pos < tmpl.size() && IsDigit(tmpl[pos])) {
+        c.width = ReadNumber(tmpl, pos, kMaxWidth);
+    }
+    if (pos < tmpl.size() && tmpl[pos] == '.') {
+        ++pos;
+        c.precision = ReadNumber(tmpl, pos, kMaxWidth);
+    }
+    if (pos < tmpl.size()) {
+        switch (tmpl[pos]) {
+            case 'h':
+                ++pos;
+                c.length = Length::h;
+                if (pos < tmpl.size() && tmpl[pos] == 'h') {
+                    ++pos;
+                    c.length = Length::hh;
+                }
+                break;
+            case 'l':
+                ++pos;
+                c.length = Length::l;
+                if (pos < tmpl.size() && tmpl[pos] == 'l') {
+                    ++pos;
+                    c.length = Length::ll;
+                }
+                break;
+            case 'L':
+                ++pos;
+                c.length = Length::L;
+                break;
+            case 'j':
+                ++pos;
+                c.length = Length::j;
+                break;
+            case 'z':
+                ++pos;
+                c.length = Length::z;
+                break;
+            case 't':
+                ++pos;
+                c.length = Length::t;
+                break;
+            default:
+                break;
+        }
+    }
+    if (pos >= tmpl.size() || !IsConversion(tmpl[pos])) {
+        return false;
+    }
+    c.conv = tmpl[pos++];
+    return true;
+}
+
 }  // namespace
 
 std::string FormatArg::DefaultText() const {
@@ -366,7 +425,8 @@ std::string FormatPositional(std::string_view tmpl, std::initializer_list<Format
 
         // Argument number: 1-based; none means the next argument.
         size_t index = next;
-        if (pos < tmpl.size() && IsDigit(tmpl[pos])) {
+        const bool numbered = pos < tmpl.size() && IsDigit(tmpl[pos]);
+        if (numbered) {
             int number = ReadNumber(tmpl, pos, INT_MAX);
             if (number == 0) {
                 break;  // there is no argument 0
@@ -379,67 +439,26 @@ std::string FormatPositional(std::string_view tmpl, std::initializer_list<Format
         next = index + 1;
         const FormatArg& arg = argv[index];
 
-        if (pos >= tmpl.size() || tmpl[pos] != '$') {
-            AppendLimited(out, arg.DefaultText());
-            continue;
-        }
-        ++pos;
-
-        // "$": flags, width, precision, length modifier and conversion.
         Conversion c;
-        while (pos < tmpl.size() &&
-               std::string_view("-+ #0").find(tmpl[pos]) != std::string_view::npos) {
-            c.flags += tmpl[pos++];
-        }
-        if (pos < tmpl.size() && IsDigit(tmpl[pos])) {
-            c.width = ReadNumber(tmpl, pos, kMaxWidth);
-        }
-        if (pos < tmpl.size() && tmpl[pos] == '.') {
-            ++pos;
-            c.precision = ReadNumber(tmpl, pos, kMaxWidth);
-        }
-        if (pos < tmpl.size()) {
-            switch (tmpl[pos]) {
-                case 'h':
-                    ++pos;
-                    c.length = Length::h;
-                    if (pos < tmpl.size() && tmpl[pos] == 'h') {
-                        ++pos;
-                        c.length = Length::hh;
-                    }
-                    break;
-                case 'l':
-                    ++pos;
-                    c.length = Length::l;
-                    if (pos < tmpl.size() && tmpl[pos] == 'l') {
-                        ++pos;
-                        c.length = Length::ll;
-                    }
-                    break;
-                case 'L':
-                    ++pos;
-                    c.length = Length::L;
-                    break;
-                case 'j':
-                    ++pos;
-                    c.length = Length::j;
-                    break;
-                case 'z':
-                    ++pos;
-                    c.length = Length::z;
-                    break;
-                case 't':
-                    ++pos;
-                    c.length = Length::t;
-                    break;
-                default:
-                    break;
+        if (numbered) {
+            if (pos >= tmpl.size() || tmpl[pos] != '$') {
+                AppendLimited(out, arg.DefaultText());
+                continue;
             }
+            ++pos;
+            if (!ParseConversion(tmpl, pos, c)) {
+                break;  // a malformed conversion ends the formatting
+            }
+        } else {
+            // A placeholder without a number may carry a printf conversion
+            // directly ("%s", "%08x"); otherwise it prints the default text.
+            size_t at = pos;
+            if (!ParseConversion(tmpl, at, c)) {
+                AppendLimited(out, arg.DefaultText());
+                continue;
+            }
+            pos = at;
         }
-        if (pos >= tmpl.size() || !IsConversion(tmpl[pos])) {
-            break;  // a malformed conversion ends the formatting
-        }
-        c.conv = tmpl[pos++];
         if (pos - percent > kMaxPlaceholder) {
             break;
         }

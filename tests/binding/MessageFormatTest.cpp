@@ -37,6 +37,7 @@ TEST(MessageFormatTest, PositionalTable) {
         {"conversion cut at the end of the template", "x%1$", "x"},
         {"trailing unnumbered placeholder", "x %", "x a"},
         {"text after a placeholder without dollar is literal", "%1s", "as"},
+        {"a placeholder without number may carry its conversion", "%s-%s|%d", "a-b|-42"},
     };
     for (const auto& c : cases) {
         EXPECT_EQ(Format(c.tmpl, "a", "b", -42, 255u, 2.5, 'z', true), c.expected) << c.name;

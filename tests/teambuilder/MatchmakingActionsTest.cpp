@@ -174,17 +174,17 @@ TEST(MatchmakingActionsTableTest, AnswersOfTheQueueAndReadyCheckCalls) {
     }
 }
 
-// The message formatter reads "%s" as a placeholder for the next argument
-// followed by the letter "s", which stays in the text.
+// "%s" in these templates is a placeholder without a number carrying its own
+// conversion: the phase text replaces it whole.
 TEST_F(MatchmakingActionsTest, ReadyCheckAnswersNeedTheReadyCheckPhase) {
     TestHost::CallResult refused = Call("POST", kAccept);
     EXPECT_EQ(refused.status, 500);
     EXPECT_EQ(refused.error,
-              "Cannot accept team builder AFK check because the current phase is: Not in a phases");
+              "Cannot accept team builder AFK check because the current phase is: Not in a phase");
     Enter({Premade(1, Slots(2)), Searching(2)});
     refused = Call("POST", kDecline);
     EXPECT_EQ(refused.error,
-              "Cannot decline team builder AFK check because the current phase is: MATCHMAKINGs");
+              "Cannot decline team builder AFK check because the current phase is: MATCHMAKING");
     EXPECT_EQ(service_.Sent(), Strings{});
 
     Enter({ReadyCheck(3)});
