@@ -14,11 +14,11 @@ if [ -f framework/host/HostAbi.h ]; then
 fi
 
 echo "== release build (warnings as errors)"
-scripts/build.sh release -DCMAKE_BUILD_TYPE=Release -DQEL_WERROR=ON
+scripts/build.sh release -DQEL_WERROR=ON
 (cd build/release && ctest --output-on-failure -j "$(nproc)")
 
 echo "== address + undefined-behaviour sanitizer build"
-scripts/build.sh asan -DCMAKE_BUILD_TYPE=Debug -DQEL_WERROR=ON -DQEL_SANITIZE=ON -DQEL_BENCH=OFF
+scripts/build.sh asan -DQEL_WERROR=ON -DQEL_SANITIZE=ON -DQEL_BENCH=OFF
 (cd build/asan && ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1 ctest --output-on-failure -j "$(nproc)")
 
 if [ -x scripts/fuzz.sh ] && [ "${QEL_SKIP_FUZZ:-0}" != 1 ]; then
