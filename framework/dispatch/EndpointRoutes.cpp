@@ -14,26 +14,27 @@ namespace {
 
 constexpr std::string_view kHelpName = "Help";
 
-Failure Refuse(const AppModule& module, const EndpointSpec& spec, std::string_view reason) {
-    const uint32_t method = static_cast<uint32_t>(spec.method);
+Failure Refuse(const AppModule& module, const EndpointDefinition& definition,
+               std::string_view reason) {
+    const uint32_t method = static_cast<uint32_t>(definition.method);
     const std::string_view methodName = HttpMethodName(method);
     const std::string text =
         Format("Couldn't register endpoint %1 '%2': %3",
                methodName.empty() ? std::to_string(method) : std::string(methodName),
-               spec.routeTemplate, reason);
+               definition.routeTemplate, reason);
     Log(kError, kGroupGen, "%s: %s", module.ShortName().c_str(), text.c_str());
     return Failure(text);
 }
 
 // The reason the arguments cannot serve the template, or empty.
-std::string CheckArguments(const EndpointSpec& spec, const RouteEntry& route) {
+std::string CheckArguments(const EndpointDefinition& definition, const RouteEntry& route) {
     std::set<std::string, std::less<>> names;
     std::set<std::string, std::less<>> parameters;
     for (const PathParameter& parameter : route.parameters) {
         parameters.insert(parameter.name);
     }
     size_t bodies = 0;
-    for (const BindingArgumentInfo& argument : spec.arguments) {
+    for (const BindingArgumentInfo& argument : definition.arguments) {
         if (!names.insert(argument.name).second) {
             return Format("argument '%1' is named twice", argument.name);
         }
@@ -49,43 +50,43 @@ std::string CheckArguments(const EndpointSpec& spec, const RouteEntry& route) {
 
 }  // namespace
 
-Maybe<BindingFunctionInfo*> RegisterEndpoint(AppModule& module, EndpointSpec spec) {
-    const uint32_t method = static_cast<uint32_t>(spec.method);
+Maybe<BindingFunctionInfo*> RegisterEndpoint(AppModule& module, EndpointDefinition definition) {
+    const uint32_t method = static_cast<uint32_t>(definition.method);
     if (method < kHostMethodDelete || method > kHostMethodPut) {
-        return Refuse(module, spec, "a route needs an HTTP method");
+        return Refuse(module, definition, "a route needs an HTTP method");
     }
-    if (spec.handler == nullptr) {
-        return Refuse(module, spec, "no handler");
+    if (definition.handler == nullptr) {
+        return Refuse(module, definition, "no handler");
     }
-    Maybe<RouteEntry> route = MakeRouteEntry(method, spec.routeTemplate, nullptr);
+    Maybe<RouteEntry> route = MakeRouteEntry(method, definition.routeTemplate, nullptr);
     if (!route) {
-        return Refuse(module, spec, route.GetFailure().message);
+        return Refuse(module, definition, route.GetFailure().message);
     }
-    if (std::string reason = CheckArguments(spec, route.Value()); !reason.empty()) {
-        return Refuse(module, spec, reason);
+    if (std::string reason = CheckArguments(definition, route.Value()); !reason.empty()) {
+        return Refuse(module, definition, reason);
     }
 
     BindingFunctionInfo function;
-    function.name = FunctionNameFromRoute(method, spec.routeTemplate);
-    function.arguments = std::move(spec.arguments);
-    function.returnType = spec.returnType;
+    function.name = FunctionNameFromRoute(method, definition.routeTemplate);
+    function.arguments = std::move(definition.arguments);
+    function.returnType = definition.returnType;
     function.nameSpace = module.RouteBase();
     function.tags = {module.PluginsLabel(), module.PluginLabel()};
     BindingFunctionInfo* stored = module.Registry().AddFunction(std::move(function));
     if (stored == nullptr) {
-        return Refuse(module, spec,
+        return Refuse(module, definition,
                       Format("a function named '%1' exists already",
-                             FunctionNameFromRoute(method, spec.routeTemplate)));
+                             FunctionNameFromRoute(method, definition.routeTemplate)));
     }
     route.Value().function = stored;
     stored->route = std::make_shared<RouteEntry>(std::move(route).Value());
-    stored->handler = std::move(spec.handler);
+    stored->handler = std::move(definition.handler);
 
     EndpointDescription endpoint;
     endpoint.function = stored;
     endpoint.dispatch = &DispatchEndpointRequest;
     endpoint.dispatchContext = stored;
-    endpoint.urlTemplate = std::move(spec.routeTemplate);
+    endpoint.urlTemplate = std::move(definition.routeTemplate);
     endpoint.method = method;
     module.AddEndpoint(std::move(endpoint));
     return stored;

@@ -104,7 +104,7 @@ inline RouteArgument Arg(std::string_view name) {
 }  // namespace Routes
 
 // Everything a route registers, with the handler already type-erased.
-struct EndpointSpec {
+struct EndpointDefinition {
     HttpMethod method = HttpMethod::None;
     std::string routeTemplate;
     std::vector<BindingArgumentInfo> arguments;
@@ -114,7 +114,7 @@ struct EndpointSpec {
 
 // Registers the function, its compiled route and its endpoint record. Logs
 // and returns the reason when the route is refused.
-Maybe<BindingFunctionInfo*> RegisterEndpoint(AppModule& module, EndpointSpec spec);
+Maybe<BindingFunctionInfo*> RegisterEndpoint(AppModule& module, EndpointDefinition definition);
 
 // Registers the built-in "Help" (a direct call answered with the API
 // description) unless the module's registry has it already.
@@ -219,17 +219,17 @@ public:
         static_assert(std::tuple_size_v<Parameters> == sizeof...(Names),
                       "name every handler parameter, in order");
 
-        EndpointSpec spec;
-        spec.method = method;
-        spec.routeTemplate = std::string(routeTemplate);
-        spec.arguments = Detail::DeclareArguments(
+        EndpointDefinition definition;
+        definition.method = method;
+        definition.routeTemplate = std::string(routeTemplate);
+        definition.arguments = Detail::DeclareArguments(
             module_.Registry(), static_cast<Parameters*>(nullptr),
             std::make_index_sequence<sizeof...(Names)>{}, std::forward<Names>(names)...);
-        spec.returnType =
+        definition.returnType =
             IdentifierOf<typename Detail::MaybeValue<Result>::Type>(&module_.Registry());
-        spec.handler = MakeHandler<Signature, Parameters>(std::move(handler));
+        definition.handler = MakeHandler<Signature, Parameters>(std::move(handler));
 
-        Maybe<BindingFunctionInfo*> function = RegisterEndpoint(module_, std::move(spec));
+        Maybe<BindingFunctionInfo*> function = RegisterEndpoint(module_, std::move(definition));
         if (!function) {
             failures_.push_back(std::move(function).GetFailure());
             return EndpointRegistration(nullptr);
