@@ -94,8 +94,8 @@ void LobbyTeamBuilderPlugin::ApplyGameDtoRecord(GameDtoRecord incoming) {
     }
 }
 
-void LobbyTeamBuilderPlugin::OnTbdGameDto(const Api::TbdGameDtoV1& dto) {
-    ApplyGameDtoRecord(GameDtoRecord::ReceivedNow(dto));
+void LobbyTeamBuilderPlugin::OnTbdGameDto(Api::TbdGameDtoV1 dto) {
+    ApplyGameDtoRecord(GameDtoRecord::ReceivedNow(std::move(dto)));
 }
 
 void LobbyTeamBuilderPlugin::AddToAbandonedLobbyIds(const std::string& draftPremadeId) {

@@ -1,5 +1,7 @@
 #include "teambuilder/lobby/LobbyTeamBuilderPlugin.h"
 
+#include <utility>
+
 #include "framework/dispatch/EndpointRoutes.h"
 #include "framework/resources/ResourceEvents.h"
 #include "framework/serviceproxy/ServiceProxyClient.h"
@@ -74,11 +76,23 @@ bool LobbyTeamBuilderPlugin::OnStart() {
         kLogAllLcdsMessagesSetting,
         ResourceHandler([this](const Framework::Resource& event) { OnLogAllLcdsMessages(event); }));
 
-    RegisterServiceProxyHandler<TbdGameDtoV1>(kTeamBuilderService, "tbdGameDtoV1",
-                                              [this](const TbdGameDtoV1& dto) {
-                                                  LogServiceMessage(dto);
-                                                  OnTbdGameDto(dto);
-                                              });
+    // Converted here rather than by a typed handler so that the DTO is moved
+    // into the intake instead of copied; a message that does not convert is
+    // dropped alike.
+    RegisterServiceProxyHandler(
+        kTeamBuilderService, "tbdGameDtoV1",
+        ServiceProxyHandler([this](const Framework::PluginServiceProxyResponse& message) {
+            Framework::Maybe<TbdGameDtoV1> dto =
+                Framework::ConvertServiceProxyPayload<TbdGameDtoV1>(Registry(), message.payload);
+            if (!dto) {
+                Trace("%s: Couldn't convert service proxy message %s.%s: %s", ShortName().c_str(),
+                      message.serviceName.c_str(), message.methodName.c_str(),
+                      dto.GetFailure().message.c_str());
+                return;
+            }
+            LogServiceMessage(*dto);
+            OnTbdGameDto(std::move(dto).Value());
+        }));
     RegisterServiceProxyHandler<RemovedFromServiceV1>(kTeamBuilderService, "removedFromServiceV1",
                                                       [this](const RemovedFromServiceV1& message) {
                                                           LogServiceMessage(message);

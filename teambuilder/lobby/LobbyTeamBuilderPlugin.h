@@ -71,7 +71,7 @@ public:
     // stores the incoming one. An empty record clears the game.
     void ApplyGameDtoRecord(GameDtoRecord incoming);
     // Applies a DTO received now.
-    void OnTbdGameDto(const Api::TbdGameDtoV1& dto);
+    void OnTbdGameDto(Api::TbdGameDtoV1 dto);
     // Logs a received service message whole when the platform setting asks
     // for it; runs before each typed service-message handler.
     template <class T>

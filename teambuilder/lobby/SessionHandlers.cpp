@@ -3,6 +3,7 @@
 // a reconnection.
 #include <chrono>
 #include <string>
+#include <utility>
 
 #include "framework/log/Log.h"
 #include "teambuilder/lobby/LobbyTeamBuilderPlugin.h"
@@ -89,7 +90,7 @@ void LobbyTeamBuilderPlugin::RetrieveLatestGameDto() {
     if (dto) {
         Log(kAlways, kGroupDbg, "Successfully retrieved latest TB dto on reconnect.");
         applyingReconnectDto_ = true;
-        OnTbdGameDto(*dto);
+        OnTbdGameDto(std::move(dto).Value());
         applyingReconnectDto_ = false;
         return;
     }

@@ -71,17 +71,14 @@ protected:
     int requests_ = 0;
 };
 
-TEST_F(ReconnectTest, NothingStoredNothingRetrieved) {
-    Reconnect();
-    EXPECT_EQ(requests_, 0);
-    host_.Push(Premade(1, Slots(2)));
-    host_.Change(kLoginUri, "Update", Session(true));  // was connected already
-    EXPECT_EQ(requests_, 0);
-}
-
 TEST_F(ReconnectTest, TheRetrievedDtoIsApplied) {
+    Reconnect();  // nothing stored: nothing retrieved
+    EXPECT_EQ(requests_, 0);
     host_.Push(Premade(1, Slots(2)));
-    host_.TakeEvents();
+    host_.Change(kLoginUri, "Update", Session(true));  // no change of connection
+    EXPECT_EQ(requests_, 0);
+    host_.Change(kLoginUri, "Update", Session(false));
+    host_.TakeLobbyEvents();
     TeamBuilderLogs();
     answers_.push_back({JsonOf(Premade(2, Slots(3))), ""});
     host_.Change(kLoginUri, "Update", Session(true));
@@ -93,7 +90,7 @@ TEST_F(ReconnectTest, TheRetrievedDtoIsApplied) {
     EXPECT_EQ(request.arguments[3].GetString(), "");
 
     EXPECT_EQ(TeamBuilderLogs(), (Strings{"3 Successfully retrieved latest TB dto on reconnect."}));
-    EXPECT_EQ(host_.TakeEvents(), (Strings{"Update lobby", "Update countdown", "Update countdown",
+    EXPECT_EQ(host_.TakeLobbyEvents(), (Strings{"Update lobby", "Update countdown", "Update countdown",
                                            "Update matchmaking"}));
     EXPECT_EQ(Retries(), 0u);
 }
@@ -102,10 +99,10 @@ TEST_F(ReconnectTest, TheLocalPlayerDodgedWhenTheReconnectDtoLeavesChampionSelec
     for (const TbdGameDtoV1& dto : {Premade(1, Slots(3)), Premade(2, Slots(3)), ChampSelect(3)}) {
         host_.Push(dto);
     }
-    host_.TakeEvents();
+    host_.TakeLobbyEvents();
     answers_.push_back({JsonOf(Premade(4, Slots(3))), ""});
     Reconnect();
-    const Strings events = host_.TakeEvents();
+    const Strings events = host_.TakeLobbyEvents();
     ASSERT_FALSE(events.empty());
     ASSERT_EQ(events.back(), "Update matchmaking");
     const BindingProperty& dodge = host_.Published().back().Field("dodgeData");
@@ -114,9 +111,9 @@ TEST_F(ReconnectTest, TheLocalPlayerDodgedWhenTheReconnectDtoLeavesChampionSelec
 
     // The same fall-back pushed by the service is a stranger's dodge.
     host_.Push(ChampSelect(5));
-    host_.TakeEvents();
+    host_.TakeLobbyEvents();
     host_.Push(Premade(6, Slots(3)));
-    ASSERT_EQ(host_.TakeEvents().back(), "Update matchmaking");
+    ASSERT_EQ(host_.TakeLobbyEvents().back(), "Update matchmaking");
     EXPECT_EQ(host_.Published().back().Field("dodgeData").Field("state").GetString(),
               "StrangerDodged");
 }

@@ -210,21 +210,10 @@ public:
     // Resource events published since the last call, one line each:
     // "<eventType> <lobby|countdown|matchmaking|uri>". Each event reaches the
     // host twice (under its key and under "OnJsonApiEvent"); it is listed once.
-    Strings TakeEvents() {
-        Strings lines;
-        published_.clear();
-        for (const TestHost::EmittedEvent& event : host_.Events()) {
-            if (event.key != "OnJsonApiEvent") {
-                continue;
-            }
-            const std::string uri(event.value.Field("uri").GetString());
-            lines.push_back(std::string(event.value.Field("eventType").GetString()) + " " +
-                            Short(uri));
-            published_.push_back(event.value.Field("data"));
-        }
-        host_.ClearEvents();
-        return lines;
-    }
+    Strings TakeEvents() { return Take(false); }
+    // The same, limited to the lobby, countdown and matchmaking resources
+    // (Published() then holds their data only).
+    Strings TakeLobbyEvents() { return Take(true); }
     // The data of the events TakeEvents listed, in the same order.
     const std::vector<BindingProperty>& Published() const { return published_; }
     std::string PublishedJson(size_t index) const {
@@ -257,6 +246,24 @@ public:
     }
 
 private:
+    Strings Take(bool lobbyOnly) {
+        Strings lines;
+        published_.clear();
+        for (const TestHost::EmittedEvent& event : host_.Events()) {
+            if (event.key != "OnJsonApiEvent") {
+                continue;
+            }
+            const std::string uri(event.value.Field("uri").GetString());
+            const std::string name = Short(uri);
+            if (lobbyOnly && name == uri) {
+                continue;
+            }
+            lines.push_back(std::string(event.value.Field("eventType").GetString()) + " " + name);
+            published_.push_back(event.value.Field("data"));
+        }
+        host_.ClearEvents();
+        return lines;
+    }
     void Begin() {
         EXPECT_TRUE(host_.Start());
         host_.ClearEvents();
