@@ -136,6 +136,7 @@ private:
 
     // Champion select memory of the local player.
     struct Play {
+        bool phaseShown = false;
         bool hovered = false;
         int64_t intent = 0;
         bool selectionMade = false;
@@ -564,8 +565,8 @@ Step Demo::ChampSelectStep(std::function<bool()> until) {
                     if (until()) {
                         return Poll::Done;
                     }
-                    if (Session() != nullptr && state_.Count(kSessionUri, "Create") == 1 &&
-                        play_.seen.empty() && !play_.hovered) {
+                    if (Session() != nullptr && !play_.phaseShown) {
+                        play_.phaseShown = true;
                         timeline_.Phase("Champion select");
                     }
                     return PlayChampSelect();

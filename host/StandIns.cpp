@@ -13,6 +13,7 @@ namespace {
 constexpr const char* kLogin = "qel-login";
 constexpr const char* kGameflow = "qel-gameflow";
 constexpr const char* kPlatformConfig = "qel-platform-config";
+constexpr const char* kConnectionLost = "The connection to the services was lost";
 
 // An argument as text: a JSON string's characters, a number's digits.
 std::string ArgumentText(const std::string& json) {
@@ -168,14 +169,21 @@ Simulation::ServiceAnswer StandIns::Ask(const Simulation::ServiceRequest& reques
     return services_->Handle(request);
 }
 
-void StandIns::Deliver(std::string eventName, uint32_t target, std::string payload) {
+void StandIns::Deliver(std::string eventName, uint32_t target, std::string payload,
+                       std::string lostPayload) {
     runtime_.After(options_.serviceLatency, eventName,
-                   [this, eventName, target, payload = std::move(payload)] {
-                       if (!connected_) {
-                           ++dropped_;
+                   [this, eventName, target, payload = std::move(payload),
+                    lostPayload = std::move(lostPayload)] {
+                       if (connected_) {
+                           runtime_.Emit(eventName, payload, target);
                            return;
                        }
-                       runtime_.Emit(eventName, payload, target);
+                       // A push is simply lost; a call in flight fails, so
+                       // its caller is not left waiting.
+                       ++dropped_;
+                       if (!lostPayload.empty()) {
+                           runtime_.Emit(eventName, lostPayload, target);
+                       }
                    });
 }
 
@@ -195,7 +203,8 @@ RestReply StandIns::UuidRequest(const RestRequest& request) {
                                  answer.method, answer.status, answer.error});
     Deliver("OnServiceProxyUuidEvent", request.caller,
             ProxyResponse(uuid, call.service, answer.method, answer.payload, answer.status,
-                          answer.error));
+                          answer.error),
+            ProxyResponse(uuid, call.service, answer.method, "", "", kConnectionLost));
     return RestReply::Json(QuoteJson(uuid));
 }
 
@@ -223,7 +232,8 @@ RestReply StandIns::MethodRequest(const RestRequest& request) {
     }
     Deliver(
         "OnServiceProxyMethodEvent", request.caller,
-        ProxyResponse("", call.service, call.responseMethod, answer.payload, answer.status, error));
+        ProxyResponse("", call.service, call.responseMethod, answer.payload, answer.status, error),
+        ProxyResponse("", call.service, call.responseMethod, "", "", kConnectionLost));
     return RestReply::Json("");
 }
 
@@ -257,7 +267,7 @@ void StandIns::Push(std::string_view service, std::string_view method, std::stri
     }
     const std::string response = ProxyResponse("", service, method, payload, "OK", "");
     for (uint32_t plugin : handlers->second) {
-        Deliver("OnServiceProxyAsyncEvent", plugin, response);
+        Deliver("OnServiceProxyAsyncEvent", plugin, response, "");
     }
 }
 

@@ -10,8 +10,8 @@
 //                  under the response method) and ".../service-proxy-async-
 //                  requests/{service}/{method}" (registers the caller for the
 //                  messages the service pushes, "OnServiceProxyAsyncEvent").
-//                  While the connection is down, calls fail with 503 and
-//                  answers and pushes are lost, as on a real network.
+//                  While the connection is down, calls fail with 503, calls
+//                  in flight fail with an error answer and pushes are lost.
 //   game flow      "/qel-gameflow/v1/session" with gameClient.running, and
 //                  POST "/qel-gameflow/v1/session/event".
 //   platform config the two settings the plugin follows, changeable with PUT.
@@ -111,7 +111,10 @@ private:
     RestReply UuidRequest(const RestRequest& request);
     RestReply MethodRequest(const RestRequest& request);
     RestReply AsyncRequest(const RestRequest& request, const PathParameters& parameters);
-    void Deliver(std::string eventName, uint32_t target, std::string payload);
+    // Emits the event after the service latency; when the connection is down
+    // by then, `lostPayload` instead (nothing when it is empty).
+    void Deliver(std::string eventName, uint32_t target, std::string payload,
+                 std::string lostPayload);
     void PublishLogin();
     Simulation::ServiceAnswer Ask(const Simulation::ServiceRequest& request);
 

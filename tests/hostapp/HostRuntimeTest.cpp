@@ -168,9 +168,10 @@ protected:
     }
 
     FakeModule module_;
+    // The library outlives the runtime, which destroys the module it started.
+    std::unique_ptr<PluginLibrary> library_;
     HostClock clock_{0.0};
     HostRuntime runtime_{clock_};
-    std::unique_ptr<PluginLibrary> library_;
     uint32_t plugin_ = 0;
 };
 
@@ -323,20 +324,25 @@ TEST_F(HostRuntimeTest, PluginRequestsGetRepliesTheyRelease) {
     call.uri = "/stand/thing";
     HostResponse reply{};
     module_.api->Request(module_.api, &reply, &call);
-    EXPECT_EQ(reply.errorText, nullptr);
+    // Packed fields are read through copies: no references to them.
+    const char* replyError = reply.errorText;
+    EXPECT_EQ(replyError, nullptr);
     EXPECT_EQ(Json(reply.body), "{\"what\":\"thing\"}");
-    ASSERT_NE(reply.release, nullptr);
-    reply.release(&reply);
+    const HostResponseReleaseFunction release = reply.release;
+    ASSERT_NE(release, nullptr);
+    release(&reply);
     EXPECT_EQ(reply.body.type, static_cast<uint32_t>(kHostValueNull));
 
     call.uri = "/nowhere/at/all";
     HostResponse missing{};
     module_.api->Request(module_.api, &missing, &call);
-    EXPECT_EQ(missing.status, 404);
+    const uint16_t status = missing.status;
+    EXPECT_EQ(status, 404);
     EXPECT_EQ(missing.failed, 1);
     EXPECT_STREQ(missing.errorText, "No endpoint for GET /nowhere/at/all");
     missing.release(&missing);
-    EXPECT_EQ(missing.errorText, nullptr);
+    const char* cleared = missing.errorText;
+    EXPECT_EQ(cleared, nullptr);
 }
 
 TEST_F(HostRuntimeTest, DestroyDropsTheModulesCallsAndRegistrations) {

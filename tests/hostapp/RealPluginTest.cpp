@@ -106,11 +106,11 @@ protected:
         return runtime_.Route(request);
     }
 
+    std::unique_ptr<PluginLibrary> library_;
     HostClock clock_{0.0};
     HostRuntime runtime_{clock_};
     StandIns standIns_{runtime_, StandInOptions{}};
     Simulation::ServiceSimulator services_{standIns_, *Simulation::FindScenario("draft")};
-    std::unique_ptr<PluginLibrary> library_;
     uint32_t plugin_ = 0;
 };
 
@@ -141,6 +141,7 @@ TEST_F(RealPluginRequests, BadPathsMethodsAndBodiesGetThePluginsOwnMessages) {
         const char* error;
         bool fromPlugin;
     };
+    static const std::string deep(100000, '[');
     const Case cases[] = {
         {kHostMethodGet, "/qel-lobby-team-builder/v1/no-such-thing", "", "", 404,
          "No endpoint for GET /qel-lobby-team-builder/v1/no-such-thing", false},
@@ -154,8 +155,8 @@ TEST_F(RealPluginRequests, BadPathsMethodsAndBodiesGetThePluginsOwnMessages) {
          "Unsupported body content type", true},
         {kHostMethodPost, "/qel-lobby-team-builder/v1/lobby/members/abc/kick", "", "", 400, "'id'",
          true},
-        {kHostMethodPost, "/qel-lobby-team-builder/v1/lobby", std::string(100000, '[').c_str(),
-         "application/json", 400, "", true},
+        {kHostMethodPost, "/qel-lobby-team-builder/v1/lobby", deep.c_str(), "application/json", 400,
+         "", true},
     };
     for (const Case& c : cases) {
         const RestReply reply = Send(c.method, c.uri, c.body, c.type);
