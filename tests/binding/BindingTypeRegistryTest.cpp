@@ -93,7 +93,8 @@ TEST(BindingTypeRegistryTest, FieldRecordsFromMemberPointers) {
         {"id", at(sample.id), BindingTypeCode::Int64, BindingTypeCode::None, nullptr, 0, 0},
         {"tag", at(sample.tag), BindingTypeCode::Int8, BindingTypeCode::None, nullptr, kRequired,
          0},
-        {"slot", at(sample.slot), BindingTypeCode::Uint16, BindingTypeCode::None, nullptr, 0, 1},
+        {"slot", at(sample.slot), BindingTypeCode::Uint16, BindingTypeCode::None, nullptr,
+         kOptionalMember, 1},
         // A record's own type is entered before its fields are added.
         {"children", at(sample.children), BindingTypeCode::Vector, BindingTypeCode::Struct, info,
          kOmitIfEmpty, 1},
