@@ -161,6 +161,8 @@ public:
     void RefreshTeamBoost(const GameDtoRecord& previous, const GameDtoRecord& incoming);
     void DestroyTeamBoost();
     void HandleUx(const GameDtoRecord& previous, const GameDtoRecord& incoming);
+    // A UX show timer set by HandleUx in `timerPhase` is due.
+    void OnUxTimerFired(const std::string& timerPhase, const std::string& name);
 
     // ---- Pushed service messages besides the DTO --------------------------
 
