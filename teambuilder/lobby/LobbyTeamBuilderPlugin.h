@@ -250,6 +250,17 @@ private:
     void CheckCeremonyTimer(const std::vector<std::vector<Api::ActionV1>>& sets);
     void LogServiceMessageValue(Framework::Maybe<Framework::BindingProperty> value,
                                 std::string_view typeName) const;
+    // ---- Champion-select actions and trades (ChampSelectActions.cpp) ----
+    // Completion of the ward-skin request made when a session starts; runs
+    // under the service-proxy mutex, so it sends nothing.
+    void OnSelectedWardSkinReply(const Framework::PluginServiceProxyResponse& answer);
+    // A team-builder call that answers with a DTO, applied before it
+    // returns; the failure is HandleDtoResponse's.
+    Framework::Maybe<> CallForDto(std::string_view method,
+                                  const Framework::BindingProperty& payload);
+    // Takes the ward skin the ward-skin service reports and shows it in the
+    // session at once.
+    void AdoptLocalWardSkin(int64_t wardSkinId);
 
     // Lobby ids the player has left; DTOs of them are stale.
     std::set<std::string> abandonedLobbyIds_;
