@@ -1,8 +1,19 @@
 // The team boost: a purchase by one player of the team that unlocks skins
 // for everyone, published as "team-boost" for the life of a session.
 //
-// The refresh from the service's boost state and the purchase are not served
-// yet: the purchase route answers 500 until the service call is wired.
+// The resource follows the service's boost state only when the set of
+// unlocked skins changes or the boost becomes active; a price change alone,
+// or a boost reported inactive again, leaves what was published. The
+// purchase is forwarded to the service, whose DTO answer goes through the
+// intake and so triggers the refresh itself.
+#include <optional>
+#include <string>
+#include <utility>
+
+#include "framework/binding/BindingProperty.h"
+#include "framework/binding/MessageFormat.h"
+#include "framework/resources/ResourceEvents.h"
+#include "teambuilder/champselect/ChampSelectResources.h"
 #include "teambuilder/lobby/LobbyTeamBuilderPlugin.h"
 
 namespace Orvan::Client::LobbyTeamBuilder {
@@ -10,14 +21,58 @@ namespace Orvan::Client::LobbyTeamBuilder {
 using Framework::Failure;
 using Framework::Maybe;
 
-void LobbyTeamBuilderPlugin::CreateTeamBoost(const GameDtoRecord& incoming) {
-    teamBoost_ = Api::TeamBoost();
-    if (incoming.dto && incoming.dto->championSelectState) {
-        teamBoost_->price = incoming.dto->championSelectState->battleBoostState.cost;
-    }
+namespace {
+
+constexpr const char* kNoTeamBoost =
+    "No team boost available for this game, or summoner is not in a game.";
+constexpr std::string_view kActivateBoostMethod = "activateBattleBoostV1";
+// The service offers one skin per player; the mode is fixed.
+constexpr const char* kSingleSkinUnlock = "SINGLE";
+
+// What a record says of the boost; a record outside champion select has
+// unlocked nothing and activated nothing.
+const Api::TeamBuilderBoostInfo& BoostStateOf(const GameDtoRecord& record) {
+    static const Api::TeamBuilderBoostInfo kNoBoost;
+    const Api::ChampionSelectStateV1* state = ChampSelectStateOf(record);
+    return state != nullptr ? state->battleBoostState : kNoBoost;
 }
 
-void LobbyTeamBuilderPlugin::RefreshTeamBoost(const GameDtoRecord&, const GameDtoRecord&) {}
+}  // namespace
+
+void LobbyTeamBuilderPlugin::CreateTeamBoost(const GameDtoRecord& incoming) {
+    // Only the price is known before the first refresh.
+    teamBoost_ = Api::TeamBoost();
+    teamBoost_->price = BoostStateOf(incoming).cost;
+}
+
+void LobbyTeamBuilderPlugin::RefreshTeamBoost(const GameDtoRecord& previous,
+                                              const GameDtoRecord& incoming) {
+    const Api::ChampionSelectStateV1* state = ChampSelectStateOf(incoming);
+    if (state == nullptr) {
+        return;
+    }
+    const Api::TeamBuilderBoostInfo& before = BoostStateOf(previous);
+    const Api::TeamBuilderBoostInfo& now = state->battleBoostState;
+    const bool due = before.unlockedSkinIds != now.unlockedSkinIds ||
+                     (now.battleBoostActivated && !before.battleBoostActivated);
+    if (!due || !teamBoost_) {
+        return;
+    }
+
+    Api::TeamBoost boost;
+    if (std::optional<Api::ChampSelectPlayerSelection> activator =
+            FindPlayerSelection(*state, now.activatorCellId)) {
+        boost.summonerName = std::move(activator->displayName);
+    }
+    boost.skinUnlockMode = kSingleSkinUnlock;
+    boost.price = now.cost;
+    boost.ipReward = 0;
+    boost.ipRewardForPurchaser = 0;
+    boost.availableSkins = now.unlockedSkinIds;
+    boost.unlocked = now.battleBoostActivated;
+    *teamBoost_ = std::move(boost);
+    PublishResource(kTeamBoostUri, *teamBoost_, Framework::PluginResourceEventType::Update);
+}
 
 void LobbyTeamBuilderPlugin::DestroyTeamBoost() {
     teamBoost_.reset();
@@ -25,13 +80,23 @@ void LobbyTeamBuilderPlugin::DestroyTeamBoost() {
 
 Maybe<Api::TeamBoost> LobbyTeamBuilderPlugin::GetTeamBoost() {
     if (!teamBoost_) {
-        return Failure("No team boost available for this game, or summoner is not in a game.", 404);
+        return Failure(kNoTeamBoost, 404);
     }
     return *teamBoost_;
 }
 
 Maybe<> LobbyTeamBuilderPlugin::PurchaseTeamBoost() {
-    return Failure("Not implemented", 500);
+    Framework::BindingProperty noArguments;
+    noArguments.SetEmptyStructure();
+    const Maybe<RawResponse> response = teamBuilder_.CallRaw(kActivateBoostMethod, noArguments);
+    // The DTO of a successful answer is applied inside; a failed one changes
+    // nothing.
+    const Maybe<> applied = HandleDtoResponse(kActivateBoostMethod, response);
+    if (!applied) {
+        return InternalError(
+            Framework::Format("Unable to purchase team boost: %1", applied.GetFailure().message));
+    }
+    return Maybe<>::Success();
 }
 
 }  // namespace Orvan::Client::LobbyTeamBuilder

@@ -1,13 +1,148 @@
 // The requests to the host application to show its window during champion
 // select: at once when the local player has an action in the set that just
-// became current, and from timers ten seconds before a phase ends.
+// became current, and from a timer ten seconds before the phase ends, so a
+// player who looked away is called back in time.
 //
-// Not wired yet: the session-changed hook calls HandleUx, which does nothing
-// so far; the timer state it will drive lives in the plugin object.
+// Timers are never cancelled. Each one remembers the phase it was set in and
+// does nothing once another phase is current; of the timers of one phase
+// only the last one outstanding shows the window, and only if the player has
+// not completed an action since (which clears showUx_).
+#include <algorithm>
+#include <chrono>
+#include <cstdint>
+#include <limits>
+#include <string>
+#include <string_view>
+
+#include "framework/binding/BindingProperty.h"
+#include "framework/binding/MessageFormat.h"
+#include "framework/log/Log.h"
+#include "framework/rest/RestCalls.h"
+#include "teambuilder/champselect/ChampSelectResources.h"
 #include "teambuilder/lobby/LobbyTeamBuilderPlugin.h"
 
 namespace Orvan::Client::LobbyTeamBuilder {
 
-void LobbyTeamBuilderPlugin::HandleUx(const GameDtoRecord&, const GameDtoRecord&) {}
+using Framework::kAlways;
+using Framework::kGroupDbg;
+using Framework::kGroupGen;
+using Framework::kOkay;
+using Framework::Log;
+
+namespace {
+
+constexpr std::string_view kUxShowUri = "/orvanclient/ux-show";
+constexpr const char* kUxTimerName = "qel-champ-select-legacy.show-ux-%1";
+constexpr std::string_view kFinalizationPhase = "FINALIZATION";
+
+// A phase with less time left than this gets no timer: the window would
+// show too late to matter.
+constexpr int64_t kMinMillisForTimer = 15000;
+// How long before the end of the phase the timer shows the window.
+constexpr int64_t kShowBeforeEndMillis = 10000;
+// The longest delay the steady clock is asked for (about 35 years); a longer
+// remaining time is a broken message, and the bound keeps the deadline from
+// overflowing.
+constexpr int64_t kMaxTimerDelayMillis = int64_t{1} << 40;
+
+// The lines print their numbers as 32-bit; larger ones saturate.
+int AsLogInt(int64_t value) {
+    return static_cast<int>(std::clamp<int64_t>(value, std::numeric_limits<int>::min(),
+                                                std::numeric_limits<int>::max()));
+}
+
+const std::string& SubphaseOf(const GameDtoRecord& record) {
+    static const std::string kNoPhase;
+    const Api::ChampionSelectStateV1* state = ChampSelectStateOf(record);
+    return state != nullptr ? state->subphase : kNoPhase;
+}
+
+// Whether the local player acts in one action set as received. An element
+// without an actor, or one that is not an object, names nobody.
+bool HasActionOf(const Framework::BindingProperty& set, int64_t cellId) {
+    for (const Framework::BindingProperty& action : set.Elements()) {
+        if (action.HasField("actorCellId") && action.Field("actorCellId").AsSigned() == cellId) {
+            return true;
+        }
+    }
+    return false;
+}
+
+}  // namespace
+
+void LobbyTeamBuilderPlugin::HandleUx(const GameDtoRecord& previous,
+                                      const GameDtoRecord& incoming) {
+    const Api::ChampionSelectStateV1* state = ChampSelectStateOf(incoming);
+    const Api::ChampionSelectStateV1* previousState = ChampSelectStateOf(previous);
+    const std::string& newPhase = SubphaseOf(incoming);
+    const std::string& oldPhase = SubphaseOf(previous);
+
+    bool shown = false;
+    if (state != nullptr && (previousState == nullptr || previousState->currentActionSetIndex !=
+                                                             state->currentActionSetIndex)) {
+        const int32_t index = state->currentActionSetIndex;
+        const size_t setCount = state->actionSetList.size();
+        if (static_cast<uint32_t>(index) >= setCount) {
+            Log(kOkay, kGroupGen,
+                "Received an out-of-bounds action set index in phase %s: %d (out of %d)",
+                newPhase.c_str(), index, AsLogInt(static_cast<int64_t>(setCount)));
+        } else if (HasActionOf(state->actionSetList[static_cast<uint32_t>(index)],
+                               state->localPlayerCellId)) {
+            static_cast<void>(Request(Framework::HttpMethod::Post, kUxShowUri));
+            shown = true;
+        }
+    }
+
+    const int64_t remaining = state != nullptr ? state->currentTimeRemainingMillis : 0;
+    const bool phaseChanged = newPhase != oldPhase;
+    if (phaseChanged) {
+        Log(kAlways, kGroupDbg,
+            "Timer phase changed, resetting outstanding timer count to 0, phase ends in %d ms.",
+            AsLogInt(remaining));
+        outstandingUxTimers_ = 0;
+    }
+
+    const bool wanted = (phaseChanged && newPhase == kFinalizationPhase) || shown;
+    if (!wanted || remaining < kMinMillisForTimer) {
+        return;
+    }
+    ++uxTimerSerial_;
+    std::string name = Framework::Format(kUxTimerName, uxTimerSerial_);
+    ++outstandingUxTimers_;
+    const int64_t delay = remaining - kShowBeforeEndMillis;
+    showUx_ = true;
+    Log(kAlways, kGroupDbg, "Creating ux timer %s to show for phase %s in %d ms", name.c_str(),
+        newPhase.c_str(), AsLogInt(delay));
+    const std::chrono::milliseconds wait(std::min(delay, kMaxTimerDelayMillis));
+    std::string label = name;
+    ScheduleAt(label, Clock::now() + wait,
+               [this, timerPhase = newPhase, timerName = std::move(name)] {
+                   OnUxTimerFired(timerPhase, timerName);
+               });
+}
+
+void LobbyTeamBuilderPlugin::OnUxTimerFired(const std::string& timerPhase,
+                                            const std::string& name) {
+    const std::string& currentPhase = SubphaseOf(storedDto_);
+    Log(kAlways, kGroupDbg,
+        "Ux timer %s triggered: timer phase=%s, current phase=%s, outstanding timers: %u, "
+        "should show=%s",
+        name.c_str(), timerPhase.c_str(), currentPhase.c_str(), outstandingUxTimers_,
+        showUx_ ? "true" : "false");
+    if (currentPhase != timerPhase) {
+        // The phase change reset the count; this timer is no longer in it.
+        return;
+    }
+    if (showUx_ && outstandingUxTimers_ == 1) {
+        Log(kAlways, kGroupDbg, "Showing ux timer: %s", name.c_str());
+        static_cast<void>(Request(Framework::HttpMethod::Post, kUxShowUri));
+        showUx_ = false;
+    }
+    // A timer of a phase that was left and entered again may find the count
+    // already reset; it stays at zero rather than wrapping.
+    if (outstandingUxTimers_ > 0) {
+        --outstandingUxTimers_;
+    }
+}
 
 }  // namespace Orvan::Client::LobbyTeamBuilder
