@@ -289,7 +289,9 @@ TEST(ChampSelectLifecycleTest, OperationRoutesAreRegisteredWithTheirArguments) {
          "Not implemented"},
         {"POST", "session/actions/3/complete", "", 500, "Not implemented"},
         {"POST", "session/my-selection/reroll", "", 500, "Not implemented"},
-        {"POST", "team-boost/purchase", "", 500, "Not implemented"},
+        {"POST", "team-boost/purchase", "", 500,
+         "Unable to purchase team boost: Error response for POST "
+         "/qel-login/v1/service-proxy-uuid-requests: Not found"},
         {"PATCH", "session/my-selection", R"({"spell1Id":4})", 500, "Not implemented"},
         // The id is an int32.
         {"POST", "session/actions/4294967296/complete", "", 0, nullptr},
