@@ -31,7 +31,7 @@ std::string DefaultPluginPath() {
 
 namespace {
 
-using Simulation::ScenarioSpec;
+using Simulation::ScenarioDefinition;
 using Value = rapidjson::Value;
 using S = PublishedState;
 
@@ -67,7 +67,7 @@ std::string Megabytes(uint64_t bytes) {
 
 class Demo {
 public:
-    Demo(const DemoOptions& options, const ScenarioSpec& scenario, PluginLibrary& library)
+    Demo(const DemoOptions& options, const ScenarioDefinition& scenario, PluginLibrary& library)
         : options_(options),
           scenario_(scenario),
           library_(library),
@@ -122,7 +122,7 @@ private:
     void Summary();
 
     const DemoOptions& options_;
-    const ScenarioSpec& scenario_;
+    const ScenarioDefinition& scenario_;
     PluginLibrary& library_;
     HostClock clock_;
     HostRuntime runtime_;
@@ -928,11 +928,11 @@ DemoResult Demo::Run() {
 
 DemoResult RunDemo(const DemoOptions& options) {
     DemoResult result;
-    const ScenarioSpec* scenario = Simulation::FindScenario(options.scenario);
+    const ScenarioDefinition* scenario = Simulation::FindScenario(options.scenario);
     if (scenario == nullptr) {
         std::string names;
-        for (const ScenarioSpec& spec : Simulation::Scenarios()) {
-            names += (names.empty() ? "" : ", ") + std::string(spec.name);
+        for (const ScenarioDefinition& known : Simulation::Scenarios()) {
+            names += (names.empty() ? "" : ", ") + std::string(known.name);
         }
         result.outcome = "unknown scenario \"" + options.scenario + "\"; choose one of " + names;
         result.exitCode = 2;

@@ -145,9 +145,10 @@ Arguments Parse(int argc, char** argv) {
 }
 
 int Scenarios() {
-    for (const Orvan::Simulation::ScenarioSpec& spec : Orvan::Simulation::Scenarios()) {
-        std::printf("%-13s %s\n%-13s expected: %s\n", std::string(spec.name).c_str(),
-                    std::string(spec.summary).c_str(), "", std::string(spec.expectedEnd).c_str());
+    for (const Orvan::Simulation::ScenarioDefinition& scenario : Orvan::Simulation::Scenarios()) {
+        std::printf("%-13s %s\n%-13s expected: %s\n", std::string(scenario.name).c_str(),
+                    std::string(scenario.summary).c_str(), "",
+                    std::string(scenario.expectedEnd).c_str());
     }
     return 0;
 }

@@ -6,7 +6,7 @@ namespace Orvan::Simulation {
 
 namespace {
 
-constexpr std::array<ScenarioSpec, 6> kScenarios = {{
+constexpr std::array<ScenarioDefinition, 6> kScenarios = {{
     {.name = "draft",
      .summary = "the whole path: create a lobby, queue, ready check, bans, picks, final phase, "
                 "game start",
@@ -48,14 +48,14 @@ constexpr std::array<ScenarioSpec, 6> kScenarios = {{
 
 }  // namespace
 
-std::span<const ScenarioSpec> Scenarios() {
+std::span<const ScenarioDefinition> Scenarios() {
     return kScenarios;
 }
 
-const ScenarioSpec* FindScenario(std::string_view name) {
-    for (const ScenarioSpec& spec : kScenarios) {
-        if (spec.name == name) {
-            return &spec;
+const ScenarioDefinition* FindScenario(std::string_view name) {
+    for (const ScenarioDefinition& scenario : kScenarios) {
+        if (scenario.name == name) {
+            return &scenario;
         }
     }
     return nullptr;

@@ -11,7 +11,7 @@
 
 namespace Orvan::Simulation {
 
-struct ScenarioSpec {
+struct ScenarioDefinition {
     std::string_view name;
     // One line for a reader who has never seen the project.
     std::string_view summary;
@@ -46,9 +46,9 @@ struct ScenarioSpec {
     bool tradeAndBoost = false;
 };
 
-std::span<const ScenarioSpec> Scenarios();
+std::span<const ScenarioDefinition> Scenarios();
 
 // Null when no scenario has that name.
-const ScenarioSpec* FindScenario(std::string_view name);
+const ScenarioDefinition* FindScenario(std::string_view name);
 
 }  // namespace Orvan::Simulation

@@ -76,7 +76,7 @@ std::string Quote(std::string_view text) {
 
 // ---- Facade ---------------------------------------------------------------
 
-ServiceSimulator::ServiceSimulator(SimEnvironment& environment, const ScenarioSpec& scenario,
+ServiceSimulator::ServiceSimulator(SimEnvironment& environment, const ScenarioDefinition& scenario,
                                    SimOptions options)
     : game_(std::make_unique<Game>(environment, scenario, std::move(options))) {}
 
@@ -118,13 +118,13 @@ const SimOptions& ServiceSimulator::Options() const {
     return game_->options_;
 }
 
-const ScenarioSpec& ServiceSimulator::Scenario() const {
+const ScenarioDefinition& ServiceSimulator::Scenario() const {
     return game_->scenario_;
 }
 
 // ---- Game: basics -----------------------------------------------------------------
 
-ServiceSimulator::Game::Game(SimEnvironment& environment, const ScenarioSpec& scenario,
+ServiceSimulator::Game::Game(SimEnvironment& environment, const ScenarioDefinition& scenario,
                              SimOptions options)
     : env_(environment), scenario_(scenario), options_(std::move(options)) {
     // SplitMix64 seeding keeps nearby seeds far apart.

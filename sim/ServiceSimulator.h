@@ -79,7 +79,7 @@ struct SimStatistics {
 
 class ServiceSimulator {
 public:
-    ServiceSimulator(SimEnvironment& environment, const ScenarioSpec& scenario,
+    ServiceSimulator(SimEnvironment& environment, const ScenarioDefinition& scenario,
                      SimOptions options = {});
     ~ServiceSimulator();
     ServiceSimulator(const ServiceSimulator&) = delete;
@@ -100,7 +100,7 @@ public:
     int32_t Counter() const;
     const SimStatistics& Statistics() const;
     const SimOptions& Options() const;
-    const ScenarioSpec& Scenario() const;
+    const ScenarioDefinition& Scenario() const;
 
 private:
     class Game;

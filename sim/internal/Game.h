@@ -95,7 +95,7 @@ struct SimInventory {
 
 class ServiceSimulator::Game {
 public:
-    Game(SimEnvironment& environment, const ScenarioSpec& scenario, SimOptions options);
+    Game(SimEnvironment& environment, const ScenarioDefinition& scenario, SimOptions options);
     ~Game();
 
     void Start();
@@ -103,7 +103,7 @@ public:
 
     // ---- State read by the facade ---------------------------------------
     SimEnvironment& env_;
-    const ScenarioSpec& scenario_;
+    const ScenarioDefinition& scenario_;
     SimOptions options_;
     SimStatistics stats_;
     std::optional<Invitation> invitation_;
