@@ -1,42 +1,251 @@
 // The local player's champion-select operations: changing and completing
-// actions, the personal selection (skin, summoner spells, ward skin) and
+// actions, the personal selection (summoner spells, ward skin, skin) and
 // rerolling, and the ward skin fetched when a session starts.
 //
-// Not served yet: the routes are registered with their final arguments and
-// answer 500 until the service calls behind them are wired.
+// Every team-builder call here answers with a DTO that the intake applies
+// before the call returns, so the session is already republished when a
+// route answers. The ward skin lives with a separate service that answers
+// with the selection only; the plugin keeps it and republishes the session.
+//
+// The operations read everything they compare against before their first
+// call: a call yields to the host, which may apply other DTOs meanwhile.
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "framework/binding/MessageFormat.h"
+#include "framework/binding/NativeConversion.h"
+#include "framework/binding/StaticType.h"
+#include "framework/log/Log.h"
+#include "framework/resources/ResourceEvents.h"
+#include "framework/serviceproxy/ServiceProxyClient.h"
+#include "teambuilder/champselect/ChampSelectResources.h"
 #include "teambuilder/lobby/LobbyTeamBuilderPlugin.h"
 
 namespace Orvan::Client::LobbyTeamBuilder {
 
+using Framework::BindingProperty;
 using Framework::Failure;
+using Framework::Format;
+using Framework::kAlways;
+using Framework::kGroupDbg;
+using Framework::kWarn;
+using Framework::Log;
 using Framework::Maybe;
 
 namespace {
 
-constexpr uint32_t kNotImplementedStatus = 500;
+constexpr std::string_view kWardSkinService = "wardSkins";
+constexpr std::string_view kSelectWardSkin = "selectWardSkin";
+constexpr std::string_view kSelectionConfirmation = "receiveSelectionConfirmation";
+constexpr std::string_view kWardSkinServiceError = "receiveWardSkinServiceError";
+constexpr std::string_view kRequestSelectedWardSkin = "requestSelectedWardSkin";
+constexpr std::string_view kSelectedWardSkin = "receiveSelectedWardSkin";
+constexpr std::string_view kSelectedWardSkinField = "selectedWardSkinId";
 
-Failure NotImplemented() {
-    return Failure("Not implemented", kNotImplementedStatus);
+constexpr const char* kActionNotFound = "Could not find action.";
+constexpr const char* kNoActorSelection = "Could not find player selection to match actor id.";
+constexpr const char* kNotParticipant = "Not an active participant in a champ select session";
+constexpr const char* kInvalidWardSkinPayload = "Invalid ward skin payload";
+
+// A champion's default skin is numbered by the champion's id times 1000; the
+// service takes it as "no skin".
+constexpr int32_t kSkinsPerChampion = 1000;
+
+// The first action object, across the sets as received, carrying that id.
+// Elements that are not objects, or have no id, never match.
+const BindingProperty* FindActionObject(const std::vector<BindingProperty>& actionSets,
+                                        int64_t actionId) {
+    for (const BindingProperty& set : actionSets) {
+        for (const BindingProperty& element : set.Elements()) {
+            if (element.HasField("actionId") && element.Field("actionId").AsSigned() == actionId) {
+                return &element;
+            }
+        }
+    }
+    return nullptr;
+}
+
+// The ward skin an answer of the ward-skin service reports: the payload's
+// "selectedWardSkinId" as an integer, or none when it is missing or is not
+// one.
+std::optional<int64_t> SelectedWardSkinOf(const Framework::BindingTypeRegistry& registry,
+                                          const BindingProperty& payload) {
+    const BindingProperty& selected = payload.Field(kSelectedWardSkinField);
+    int64_t wardSkinId = 0;
+    if (selected.IsEmpty() ||
+        !Framework::AssignFromProperty(registry, selected, kSelectedWardSkinField, wardSkinId)) {
+        return std::nullopt;
+    }
+    return wardSkinId;
+}
+
+BindingProperty EmptyObject() {
+    BindingProperty payload;
+    payload.SetEmptyStructure();
+    return payload;
 }
 
 }  // namespace
 
-Maybe<> LobbyTeamBuilderPlugin::UpdateAction(int32_t, const Api::ChampSelectAction&) {
-    return NotImplemented();
+Maybe<> LobbyTeamBuilderPlugin::CallForDto(std::string_view method,
+                                           const BindingProperty& payload) {
+    return HandleDtoResponse(method, teamBuilder_.CallRaw(method, payload));
 }
 
-Maybe<> LobbyTeamBuilderPlugin::CompleteAction(int32_t) {
-    return NotImplemented();
+void LobbyTeamBuilderPlugin::AdoptLocalWardSkin(int64_t wardSkinId) {
+    localWardSkinId_ = wardSkinId;
+    // The ward skin is not part of any DTO, so no DTO would bring it to the
+    // session; it is shown at once. Outside a session there is nothing to
+    // show, and the next session starts with it.
+    if (std::optional<Api::ChampSelectSession> session = BuildChampSelectSession(storedDto_)) {
+        PublishResource(kChampSelectSessionUri, *session,
+                        Framework::PluginResourceEventType::Update);
+    }
+}
+
+Maybe<> LobbyTeamBuilderPlugin::UpdateAction(int32_t id, const Api::ChampSelectAction& change) {
+    const Api::ChampionSelectStateV1* state = ChampSelectStateOf(storedDto_);
+    if (state == nullptr) {
+        return Failure(kNoChampSelectSession, 404);
+    }
+    const BindingProperty* found = FindActionObject(state->actionSetList, id);
+    if (found == nullptr) {
+        return Failure(kActionNotFound, 404);
+    }
+    // Read the way the session shows it: what does not convert keeps its
+    // default.
+    Api::ActionV1 action;
+    static_cast<void>(Framework::AssignFromProperty(Registry(), *found, "action", action));
+
+    if (change.championId != 0) {
+        action.championId = change.championId;
+    }
+    if (action.championId == 0) {
+        // Completing without naming a champion locks in what the actor has
+        // been hovering.
+        const std::optional<Api::ChampSelectPlayerSelection> actor =
+            FindPlayerSelection(*state, action.actorCellId);
+        if (!actor) {
+            return InternalError(kNoActorSelection);
+        }
+        action.championId = actor->championPickIntent;
+    }
+    // A completed action stays completed.
+    action.completed = action.completed || change.completed;
+
+    BindingProperty payload;
+    payload.MutableField("actionId").SetSigned(id);
+    payload.MutableField("championId").SetSigned(action.championId);
+    payload.MutableField("completed").SetBool(action.completed);
+
+    if (action.completed && showUx_) {
+        showUx_ = false;
+        Log(kAlways, kGroupDbg, "Action completed, setting show ux to false.");
+    }
+
+    const Maybe<> applied = CallForDto("updateActionV1", payload);
+    if (!applied) {
+        return InternalError(
+            Format("Unable to process action change: %1", applied.GetFailure().message));
+    }
+    return Maybe<>::Success();
+}
+
+Maybe<> LobbyTeamBuilderPlugin::CompleteAction(int32_t id) {
+    Api::ChampSelectAction change;
+    change.championId = 0;
+    change.completed = true;
+    return UpdateAction(id, change);
+}
+
+Maybe<> LobbyTeamBuilderPlugin::UpdateMySelection(const Api::ChampSelectMySelection& selection) {
+    const Api::ChampionSelectStateV1* state = ChampSelectStateOf(storedDto_);
+    std::optional<Api::ChampSelectPlayerSelection> found;
+    if (state != nullptr) {
+        found = FindPlayerSelection(*state, state->localPlayerCellId);
+    }
+    if (!found) {
+        return Failure(kNotParticipant, 400);
+    }
+    // Later steps compare with the selection as it was when the request
+    // came, whatever DTOs the earlier calls brought in.
+    const Api::ChampSelectPlayerSelection current = std::move(*found);
+
+    if ((selection.spell1Id && *selection.spell1Id != current.spell1Id) ||
+        (selection.spell2Id && *selection.spell2Id != current.spell2Id)) {
+        BindingProperty payload;
+        payload.MutableField("spell1Id").SetUnsigned(selection.spell1Id.value_or(current.spell1Id));
+        payload.MutableField("spell2Id").SetUnsigned(selection.spell2Id.value_or(current.spell2Id));
+        const Maybe<> applied = CallForDto("pickSpellsV1", payload);
+        if (!applied) {
+            return InternalError(Format("ChampSelect: could not select requested spells: %1",
+                                        applied.GetFailure().message));
+        }
+    }
+
+    if (selection.wardSkinId && *selection.wardSkinId != current.wardSkinId) {
+        BindingProperty payload;
+        payload.MutableField("wardSkinId").SetSigned(*selection.wardSkinId);
+        const Maybe<BindingProperty> answer =
+            Await(CallServiceProxy<BindingProperty>(kWardSkinService, kSelectWardSkin, payload,
+                                                    kSelectionConfirmation, kWardSkinServiceError));
+        if (!answer) {
+            return InternalError(Format("ChampSelect: could not select requested ward skin: %s",
+                                        answer.GetFailure().message));
+        }
+        const std::optional<int64_t> wardSkinId = SelectedWardSkinOf(Registry(), *answer);
+        if (!wardSkinId) {
+            return InternalError(kInvalidWardSkinPayload);
+        }
+        AdoptLocalWardSkin(*wardSkinId);
+    }
+
+    if (selection.selectedSkinId && *selection.selectedSkinId != current.selectedSkinId) {
+        const int32_t skinId = *selection.selectedSkinId;
+        BindingProperty payload;
+        payload.MutableField("skinId").SetSigned(skinId % kSkinsPerChampion == 0 ? 0 : skinId);
+        const Maybe<> applied = CallForDto("pickSkinV2", payload);
+        if (!applied) {
+            return InternalError(Format("ChampSelect: could not select requested skin: %1",
+                                        applied.GetFailure().message));
+        }
+    }
+    return Maybe<>::Success();
 }
 
 Maybe<> LobbyTeamBuilderPlugin::Reroll() {
-    return NotImplemented();
+    // The service knows whether rerolls are left; nothing is checked here.
+    const Maybe<> applied = CallForDto("rerollV1", EmptyObject());
+    if (!applied) {
+        return InternalError(Format("Unable to reroll: %1", applied.GetFailure().message));
+    }
+    return Maybe<>::Success();
 }
 
-Maybe<> LobbyTeamBuilderPlugin::UpdateMySelection(const Api::ChampSelectMySelection&) {
-    return NotImplemented();
+void LobbyTeamBuilderPlugin::RequestLocalWardSkin() {
+    InvokeServiceProxy(kWardSkinService, kRequestSelectedWardSkin, EmptyObject(), kSelectedWardSkin,
+                       std::string_view(),
+                       [this](const Framework::PluginServiceProxyResponse& answer) {
+                           OnSelectedWardSkinReply(answer);
+                       });
 }
 
-void LobbyTeamBuilderPlugin::RequestLocalWardSkin() {}
+void LobbyTeamBuilderPlugin::OnSelectedWardSkinReply(
+    const Framework::PluginServiceProxyResponse& answer) {
+    if (!answer.error.empty()) {
+        Log(kWarn, kGroupDbg, "Failed to get ward skin id: %s", answer.error.c_str());
+        return;
+    }
+    const Maybe<BindingProperty> payload = Framework::ParseServiceProxyPayload(
+        answer.payload, Framework::StaticType::Of<BindingProperty>().name);
+    const std::optional<int64_t> wardSkinId =
+        payload ? SelectedWardSkinOf(Registry(), *payload) : std::nullopt;
+    if (wardSkinId) {
+        AdoptLocalWardSkin(*wardSkinId);
+        return;
+    }
+    Log(kWarn, kGroupDbg, "Failed to get ward skin id: %s", "Invalid ward skin payload.");
+}
 
 }  // namespace Orvan::Client::LobbyTeamBuilder

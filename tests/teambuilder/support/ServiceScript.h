@@ -55,9 +55,12 @@ public:
             const std::string method(request.arguments.at(1).GetString());
             Record(method, request.arguments.at(5));
             Reply reply = Next(method);
-            // The answer comes under the response method the plugin named.
+            // The answer comes under the service and the response method the
+            // plugin named.
             reply.method = std::string(request.arguments.at(2).GetString());
-            host_.Host().Emit("OnServiceProxyMethodEvent", Message(reply, ""));
+            BindingProperty message = Message(reply, "");
+            message.MutableField("serviceName").SetString(request.arguments.at(0).GetString());
+            host_.Host().Emit("OnServiceProxyMethodEvent", std::move(message));
             return TestHost::Reply::Body(BindingProperty());
         });
     }
