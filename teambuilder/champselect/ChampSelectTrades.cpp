@@ -1,10 +1,9 @@
 // Trades between the local player and the players of other cells. The
 // service owns them and lists them in every DTO; the plugin shows them as
 // contracts inside the session and through two read routes, and forwards the
-// four trade operations to the service.
-//
-// The four operations are not served yet: their routes are registered with
-// their final arguments and answer 500 until the service calls are wired.
+// four trade operations to the service without checking a contract's state
+// first: the service answers for that, with a DTO the intake applies before
+// the operation returns.
 #include "framework/binding/MessageFormat.h"
 #include "teambuilder/champselect/ChampSelectResources.h"
 #include "teambuilder/lobby/LobbyTeamBuilderPlugin.h"
@@ -12,14 +11,20 @@
 namespace Orvan::Client::LobbyTeamBuilder {
 
 using Framework::Failure;
+using Framework::Format;
 using Framework::Maybe;
 
 namespace {
 
-constexpr uint32_t kNotImplementedStatus = 500;
+// Requesting a trade is accepting the offer the service lists; cancelling
+// one's own request is declining it.
+constexpr std::string_view kAcceptTradeMethod = "acceptTradeV1";
+constexpr std::string_view kDeclineTradeMethod = "declineTradeV1";
 
-Failure NotImplemented() {
-    return Failure("Not implemented", kNotImplementedStatus);
+Framework::BindingProperty TradePayload(int32_t id) {
+    Framework::BindingProperty payload;
+    payload.MutableField("tradeId").SetSigned(id);
+    return payload;
 }
 
 }  // namespace
@@ -42,23 +47,37 @@ Maybe<Api::ChampSelectTradeContract> LobbyTeamBuilderPlugin::GetTrade(int64_t id
             return contract;
         }
     }
-    return Failure(Framework::Format("No trade found for id %1", id), 404);
+    return Failure(Format("No trade found for id %1", id), 404);
 }
 
-Maybe<Api::ChampSelectTradeContract> LobbyTeamBuilderPlugin::RequestTrade(int32_t) {
-    return NotImplemented();
+Maybe<Api::ChampSelectTradeContract> LobbyTeamBuilderPlugin::RequestTrade(int32_t id) {
+    QEL_RETURN_IF_FAILED(AcceptTrade(id));
+    // The answer's DTO is stored by now; the contract is read from it.
+    return GetTrade(id);
 }
 
-Maybe<> LobbyTeamBuilderPlugin::AcceptTrade(int32_t) {
-    return NotImplemented();
+Maybe<> LobbyTeamBuilderPlugin::AcceptTrade(int32_t id) {
+    const Maybe<> applied = CallForDto(kAcceptTradeMethod, TradePayload(id));
+    if (!applied) {
+        return InternalError(Format("Unable to accept trade: %1", applied.GetFailure().message));
+    }
+    return Maybe<>::Success();
 }
 
-Maybe<> LobbyTeamBuilderPlugin::DeclineTrade(int32_t) {
-    return NotImplemented();
+Maybe<> LobbyTeamBuilderPlugin::DeclineTrade(int32_t id) {
+    const Maybe<> applied = CallForDto(kDeclineTradeMethod, TradePayload(id));
+    if (!applied) {
+        return InternalError(Format("Unable to decline trade: %1", applied.GetFailure().message));
+    }
+    return Maybe<>::Success();
 }
 
-Maybe<> LobbyTeamBuilderPlugin::CancelTrade(int32_t) {
-    return NotImplemented();
+Maybe<> LobbyTeamBuilderPlugin::CancelTrade(int32_t id) {
+    const Maybe<> applied = CallForDto(kDeclineTradeMethod, TradePayload(id));
+    if (!applied) {
+        return InternalError(Format("Unable to cancel trade: %1", applied.GetFailure().message));
+    }
+    return Maybe<>::Success();
 }
 
 }  // namespace Orvan::Client::LobbyTeamBuilder
