@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "tests/teambuilder/ChampSelectTestSupport.h"
+#include "tests/teambuilder/support/ServiceScript.h"
 
 namespace Orvan::Client::LobbyTeamBuilder::Testing {
 namespace {
@@ -171,6 +172,25 @@ TEST(UxTimersTest, OfTwoTimersInAPhaseOnlyTheLastToFireShows) {
                        "phase=BAN_PICK, current phase=BAN_PICK, outstanding timers: 1, should "
                        "show=true",
                        "3 1 Showing ux timer: qel-champ-select-legacy.show-ux-2"}));
+}
+
+TEST(UxTimersTest, CompletingAnActionCancelsThePendingShow) {
+    UxHost ux;
+    ServiceScript service(ux.host);
+    ux.Push(Turn(1, "BAN_PICK", 30000, 1));
+    EXPECT_EQ(ux.TakeShows(), 1u);
+    service.Answer("updateActionV1", {"tbdGameDtoV1", JsonOf(Turn(2, "BAN_PICK", 29000, 1))});
+    TestHost::CallOptions options;
+    options.body = R"({"championId":64,"completed":true})";
+    EXPECT_FALSE(ux.host.Host().Call("PATCH", DraftUri("session/actions/3"), options).failed);
+    ux.TakeLogs();
+
+    ux.host.Host().AdvanceSeconds(25);
+    EXPECT_EQ(ux.TakeShows(), 0u);
+    EXPECT_EQ(ux.TakeLogs(),
+              (Strings{"3 1 Ux timer qel-champ-select-legacy.show-ux-1 triggered: timer "
+                       "phase=BAN_PICK, current phase=BAN_PICK, outstanding timers: 1, should "
+                       "show=false"}));
 }
 
 TEST(UxTimersTest, TimersOfALeftPhaseOrSessionDoNothing) {
