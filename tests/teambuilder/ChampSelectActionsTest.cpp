@@ -4,9 +4,11 @@
 // a bad answer leaves behind.
 #include <gtest/gtest.h>
 
-#include <functional>
+#include <algorithm>
+#include <cstddef>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "tests/teambuilder/ChampSelectTestSupport.h"
@@ -16,18 +18,18 @@ namespace Orvan::Client::LobbyTeamBuilder::Testing {
 namespace {
 
 using Reply = ServiceScript::Reply;
+using Replies = std::vector<std::pair<std::string, Reply>>;
 
-ServiceScript::Reply DtoReply(const TbdGameDtoV1& dto) {
+Reply DtoReply(const TbdGameDtoV1& dto) {
     return {"tbdGameDtoV1", JsonOf(dto)};
 }
 
-ServiceScript::Reply WardSkinReply(int64_t wardSkinId) {
+Reply WardSkinReply(int64_t wardSkinId) {
     return {"", R"({"selectedWardSkinId":)" + std::to_string(wardSkinId) + "}"};
 }
 
-// The draft of the tests: the local player (cell 1) hovers 157, plays 51 in
-// its default skin with spells 4 and 14; an extra pick set holds action 5 of
-// a cell nobody occupies.
+// The local player (cell 1) hovers 157 and plays 51 in its default skin with
+// spells 4 and 14; an extra pick set holds action 5 of a cell nobody has.
 TbdGameDtoV1 MyDraft(int32_t counter) {
     TbdGameDtoV1 dto = Draft(counter);
     ChampionSelectStateV1& state = *dto.championSelectState;
@@ -40,23 +42,18 @@ TbdGameDtoV1 MyDraft(int32_t counter) {
     return dto;
 }
 
-// The action sets as the session shows them, with the ids, champions and
-// completion of every action.
-std::string ActionsOf(const BindingProperty& session) {
-    std::string text;
-    for (const BindingProperty& set : session.Field("actions").Elements()) {
-        text += "[";
-        for (const BindingProperty& action : set.Elements()) {
-            text += std::to_string(action.Field("id").AsSigned()) + ":" +
-                    std::to_string(action.Field("championId").AsSigned()) +
-                    (action.Field("completed").IsTrue() ? "+" : "") + " ";
-        }
-        text += "]";
-    }
-    return text;
+// Action 4's id as text, things that are no actions, a ceremony (shown as
+// action 100) before the picks.
+TbdGameDtoV1 OddDraft() {
+    TbdGameDtoV1 dto = MyDraft(1);
+    std::vector<BindingProperty>& sets = dto.championSelectState->actionSetList;
+    sets[1].MutableElement(1).MutableField("actionId").SetString("4");
+    sets[0] = ArrayOf({BindingProperty("x"), BindingProperty(int64_t{3}), Action(1, 1, "BAN", 7)});
+    sets.insert(sets.begin(), BindingProperty("not a set"));
+    dto.championSelectState->ceremoniesByActionSetIndex["1"] = ArrayOf({Ceremony("intro", 5000)});
+    return dto;
 }
 
-// The ward skin shown on each cell of the session, allied then enemy.
 std::vector<int64_t> WardSkinsOf(const BindingProperty& session) {
     std::vector<int64_t> wardSkins;
     for (const char* team : {"myTeam", "theirTeam"}) {
@@ -67,19 +64,14 @@ std::vector<int64_t> WardSkinsOf(const BindingProperty& session) {
     return wardSkins;
 }
 
-// A host in the draft, the ward-skin service having reported ward skin 3 at
-// its start; what entering sent, published and logged is taken.
-class DraftHost {
-public:
+// A host in a draft whose start the ward-skin service answered with 3.
+struct DraftHost {
     explicit DraftHost(std::optional<TbdGameDtoV1> dto = MyDraft(1)) {
         if (dto) {
             service.Answer("requestSelectedWardSkin", WardSkinReply(3));
             host.Push(*dto);
             host.Host().Pump();
         }
-        Clear();
-    }
-    void Clear() {
         TakeDraftEvents(host);
         service.Sent();
         host.TakeLogs();
@@ -87,499 +79,224 @@ public:
     TestHost::CallResult Call(const char* method, const std::string& path, std::string body = {}) {
         return host.Host().Call(method, DraftUri(path), std::move(body));
     }
-    std::string SessionJson() { return Call("GET", "session").json; }
 
     TeamBuilderHost host;
     ServiceScript service{host};
 };
 
 struct Case {
-    const char* name;
     const char* method;
     std::string path;
     std::string body;
-    // The service method answered and its answer; none: the call fails at
-    // the proxy with "no answer".
-    std::vector<std::pair<std::string, Reply>> replies;
+    Replies replies;  // none: the call fails at the proxy with "no answer"
     uint16_t status;
     std::string error;
     Strings sent;
-    // A failure after an earlier step of the same request succeeded.
-    bool earlierStepApplied = false;
+    std::optional<TbdGameDtoV1> stored = MyDraft(1);
+    bool earlierStepApplied = false;  // a failure after a step that succeeded
 };
 
-// Runs each case against a fresh draft. A failed operation leaves the
-// session as it was; a successful one applies the answered DTO.
-void RunCases(const std::vector<Case>& cases, std::optional<TbdGameDtoV1> dto = MyDraft(1)) {
+// Each case against a fresh host. A failed operation leaves the session as
+// it was.
+void RunCases(const std::vector<Case>& cases) {
     for (const Case& c : cases) {
-        SCOPED_TRACE(c.name);
-        DraftHost draft(dto);
+        SCOPED_TRACE(c.path + " " + c.body);
+        DraftHost draft(c.stored);
         for (const auto& [method, reply] : c.replies) {
             draft.service.Answer(method, reply);
         }
-        const std::string before = draft.SessionJson();
+        const std::string before = draft.Call("GET", "session").json;
         NextMillisecond();
         const TestHost::CallResult result = draft.Call(c.method, c.path, c.body);
         EXPECT_EQ(result.status, c.status);
         EXPECT_EQ(result.error, c.error);
         EXPECT_EQ(draft.service.Sent(), c.sent);
         if (c.status != 200 && !c.earlierStepApplied) {
-            EXPECT_EQ(draft.SessionJson(), before);
+            EXPECT_EQ(draft.Call("GET", "session").json, before);
         }
     }
 }
 
-const std::string kDtoAnswerMissing =
+const std::string kNotDto =
     "Did not receive the expected method tbdGameDtoV1, instead received callFailedV1";
+const std::string kNotOk =
+    "Received status SERVICE UNAVAILABLE instead of expected status of OK "
+    "from request to teambuilder-draft:";
+const char* const kNoSession = "No champ select session in progress.";
 
-TEST(ChampSelectActionsTest, ActionChangesSendTheResolvedAction) {
-    const Reply answer = DtoReply(MyDraft(2));
-    const std::vector<std::pair<std::string, Reply>> answered = {{"updateActionV1", answer}};
+std::string Update(int id, int championId, bool completed) {
+    return "updateActionV1 {\"actionId\":" + std::to_string(id) +
+           ",\"championId\":" + std::to_string(championId) +
+           ",\"completed\":" + (completed ? "true" : "false") + "}";
+}
+
+TEST(ChampSelectActionsTest, ActionChangesSendTheResolvedActionAndReroll) {
+    const Replies ok = {{"updateActionV1", DtoReply(MyDraft(2))}};
+    const Replies refused = {{"updateActionV1", {"callFailedV1", "{}"}}};
+    const Replies unavailable = {
+        {"updateActionV1", {"tbdGameDtoV1", JsonOf(MyDraft(2)), "SERVICE UNAVAILABLE"}}};
+    const char* const notObject =
+        "Couldn't assign value to 'data' of type "
+        "QelLobbyTeamBuilderChampSelectAction because the input not a "
+        "structure.";
+    // clang-format off
     RunCases({
-        {"completing a pick without a champion locks in the pick intent",
-         "POST",
-         "session/actions/3/complete",
-         "",
-         answered,
-         200,
-         "",
-         {R"(updateActionV1 {"actionId":3,"championId":157,"completed":true})"}},
-        {"a champion named replaces the action's",
-         "PATCH",
-         "session/actions/3",
-         R"({"championId":64,"completed":false})",
-         answered,
-         200,
-         "",
-         {R"(updateActionV1 {"actionId":3,"championId":64,"completed":false})"}},
-        {"champion 0 keeps the action's own champion",
-         "PATCH",
-         "session/actions/4",
-         R"({"championId":0})",
-         answered,
-         200,
-         "",
-         {R"(updateActionV1 {"actionId":4,"championId":22,"completed":false})"}},
-        {"a completed action stays completed",
-         "PATCH",
-         "session/actions/1",
-         R"({"completed":false})",
-         answered,
-         200,
-         "",
-         {R"(updateActionV1 {"actionId":1,"championId":7,"completed":true})"}},
-        {"an enemy's ban without a champion takes the enemy's pick intent (none)",
-         "POST",
-         "session/actions/2/complete",
-         "",
-         answered,
-         200,
-         "",
-         {R"(updateActionV1 {"actionId":2,"championId":0,"completed":true})"}},
-        {"unknown action",
-         "POST",
-         "session/actions/99/complete",
-         "",
-         answered,
-         404,
-         "Could not find action.",
-         {}},
-        {"actor in no cell",
-         "POST",
-         "session/actions/5/complete",
-         "",
-         answered,
-         500,
-         "Could not find player selection to match actor id.",
-         {}},
-        {"the proxy fails",
-         "POST",
-         "session/actions/3/complete",
-         "",
-         {},
-         500,
-         "Unable to process action change: no answer",
-         {R"(updateActionV1 {"actionId":3,"championId":157,"completed":true})"}},
-        {"the service answers another method",
-         "POST",
-         "session/actions/4/complete",
-         "",
-         {{"updateActionV1", {"callFailedV1", "{}"}}},
-         500,
-         "Unable to process action change: " + kDtoAnswerMissing,
-         {R"(updateActionV1 {"actionId":4,"championId":22,"completed":true})"}},
-        {"the service answers another status",
-         "POST",
-         "session/actions/4/complete",
-         "",
-         {{"updateActionV1", {"tbdGameDtoV1", JsonOf(MyDraft(2)), "SERVICE UNAVAILABLE"}}},
-         500,
-         "Unable to process action change: Received status SERVICE UNAVAILABLE instead of "
-         "expected status of OK from request to teambuilder-draft:updateActionV1",
-         {R"(updateActionV1 {"actionId":4,"championId":22,"completed":true})"}},
+        {"POST", "session/actions/3/complete", "", ok, 200, "", {Update(3, 157, true)}},
+        {"PATCH", "session/actions/3", R"({"championId":64,"completed":false})", ok, 200, "", {Update(3, 64, false)}},
+        {"PATCH", "session/actions/4", R"({"championId":0})", ok, 200, "", {Update(4, 22, false)}},
+        {"PATCH", "session/actions/1", R"({"completed":false})", ok, 200, "", {Update(1, 7, true)}},
+        {"POST", "session/actions/2/complete", "", ok, 200, "", {Update(2, 0, true)}},
+        {"POST", "session/actions/99/complete", "", ok, 404, "Could not find action.", {}},
+        {"POST", "session/actions/5/complete", "", ok, 500, "Could not find player selection to match actor id.", {}},
+        {"POST", "session/actions/3/complete", "", {}, 500, "Unable to process action change: no answer", {Update(3, 157, true)}},
+        {"POST", "session/actions/4/complete", "", refused, 500, "Unable to process action change: " + kNotDto, {Update(4, 22, true)}},
+        {"POST", "session/actions/4/complete", "", unavailable, 500, "Unable to process action change: " + kNotOk + "updateActionV1", {Update(4, 22, true)}},
+        {"POST", "session/actions/3/complete", "", ok, 404, kNoSession, {}, Premade(1, Slots(1))},
+        {"PATCH", "session/actions/4", R"({"championId":12})", ok, 200, "", {Update(4, 12, false)}, OddDraft()},
+        {"PATCH", "session/actions/100", R"({"championId":12})", ok, 404, "Could not find action.", {}, OddDraft()},
+        {"PATCH", "session/actions/3", R"("pick")", ok, 400, notObject, {}},
+        {"PATCH", "session/actions/3", R"({"championId":"sixty"})", ok, 400, "Value sixty for 'championId' of type int32 is in an incorrect format", {}},
+        {"PATCH", "session/actions/three", "{}", ok, 400, "Value three for 'id' of type int32 is in an incorrect format", {}},
+        {"POST", "session/my-selection/reroll", "", {{"rerollV1", DtoReply(MyDraft(2))}}, 200, "", {"rerollV1 {}"}},
+        {"POST", "session/my-selection/reroll", "", {}, 500, "Unable to reroll: no answer", {"rerollV1 {}"}, Premade(1, Slots(1))},
     });
-    RunCases({{"no draft",
-               "POST",
-               "session/actions/3/complete",
-               "",
-               {},
-               404,
-               "No champ select session in progress.",
-               {}}},
-             Premade(1, Slots(1)));
+    // clang-format on
 }
 
-TEST(ChampSelectActionsTest, ActionsAreFoundByIdInSetsAsReceived) {
-    TbdGameDtoV1 dto = MyDraft(1);
-    // Elements that are not action objects, an id given as text, and a
-    // ceremony (which the session shows as an action of its own) before the
-    // picks.
-    std::vector<BindingProperty>& sets = dto.championSelectState->actionSetList;
-    sets[0] = ArrayOf({BindingProperty("x"), BindingProperty(int64_t{3}), Action(1, 1, "BAN", 7)});
-    sets[1].MutableElement(1).MutableField("actionId").SetString("4");
-    sets.insert(sets.begin(), BindingProperty("not a set"));
-    dto.championSelectState->ceremoniesByActionSetIndex["1"] = ArrayOf({Ceremony("intro", 5000)});
-    const Reply answer = DtoReply(MyDraft(2));
-    RunCases({{"id given as text",
-               "PATCH",
-               "session/actions/4",
-               R"({"championId":12})",
-               {{"updateActionV1", answer}},
-               200,
-               "",
-               {R"(updateActionV1 {"actionId":4,"championId":12,"completed":false})"}},
-              {"the ceremony's synthetic id is no action",
-               "PATCH",
-               "session/actions/100",
-               R"({"championId":12})",
-               {},
-               404,
-               "Could not find action.",
-               {}}},
-             dto);
-}
-
-TEST(ChampSelectActionsTest, BadRequestsSendNothing) {
-    const struct {
-        const char* path;
-        const char* body;
-        const char* error;
-    } requests[] = {
-        {"session/actions/3", R"("pick")",
-         "Couldn't assign value to 'data' of type QelLobbyTeamBuilderChampSelectAction because "
-         "the input not a structure."},
-        {"session/actions/3", R"({"championId":"sixty"})",
-         "Value sixty for 'championId' of type int32 is in an incorrect format"},
-        {"session/actions/three", R"({"championId":1})",
-         "Value three for 'id' of type int32 is in an incorrect format"},
-        {"session/my-selection", "[1,2]",
-         "Couldn't assign value to 'selection' of type QelLobbyTeamBuilderChampSelectMySelection "
-         "because the input not a structure."},
-        {"session/my-selection", R"({"spell1Id":-4})",
-         "Value -4 for 'spell1Id' of type uint64 is out of range"},
+TEST(ChampSelectActionsTest, SelectionChangesWhatDiffersInOrderAndStopsAtAFailure) {
+    const Replies dto = {{"pickSpellsV1", DtoReply(MyDraft(2))},
+                         {"pickSkinV2", DtoReply(MyDraft(2))}};
+    Replies all = dto;
+    all.push_back({"selectWardSkin", WardSkinReply(7)});
+    const auto withWard = [&](Reply ward) {
+        Replies replies = dto;
+        replies.push_back({"selectWardSkin", std::move(ward)});
+        return replies;
     };
-    std::vector<Case> cases;
-    for (const auto& request : requests) {
-        cases.push_back(
-            {request.path, "PATCH", request.path, request.body, {}, 400, request.error, {}});
-    }
-    RunCases(cases);
+    const std::string three = R"({"selectedSkinId":51002,"wardSkinId":7,"spell1Id":32})";
+    const Strings spells = {R"(pickSpellsV1 {"spell1Id":32,"spell2Id":14})"};
+    const Strings upToWard = {spells[0], R"(selectWardSkin {"wardSkinId":7})"};
+    const Strings allSent = {upToWard[0], upToWard[1], R"(pickSkinV2 {"skinId":51002})"};
+    const char* const selection = "session/my-selection";
+    TbdGameDtoV1 elsewhere = MyDraft(1);
+    elsewhere.championSelectState->localPlayerCellId = 4;
+    const char* const notParticipant = "Not an active participant in a champ select session";
+    // clang-format off
+    RunCases({
+        {"PATCH", selection, R"({"spell1Id":4,"spell2Id":14,"selectedSkinId":51000,"wardSkinId":3})", {}, 200, "", {}},
+        {"PATCH", selection, R"({"spell2Id":12})", dto, 200, "", {R"(pickSpellsV1 {"spell1Id":4,"spell2Id":12})"}},
+        {"PATCH", selection, R"({"selectedSkinId":7000})", dto, 200, "", {R"(pickSkinV2 {"skinId":0})"}},
+        {"PATCH", selection, R"({"selectedSkinId":51001})", dto, 200, "", {R"(pickSkinV2 {"skinId":51001})"}},
+        {"PATCH", selection, three, all, 200, "", allSent},
+        {"PATCH", selection, three, {{"pickSpellsV1", {"callFailedV1", "{}"}}}, 500, "ChampSelect: could not select requested spells: " + kNotDto, spells},
+        {"PATCH", selection, three, withWard({"", "", "OK", "not owned"}), 500, "ChampSelect: could not select requested ward skin: not owned", upToWard, MyDraft(1), true},
+        {"PATCH", selection, three, withWard({"", R"({"wardSkinId":7})"}), 500, "Invalid ward skin payload", upToWard, MyDraft(1), true},
+        {"PATCH", selection, three, withWard({"", R"({"selectedWardSkinId":{"id":7}})"}), 500, "Invalid ward skin payload", upToWard, MyDraft(1), true},
+        {"PATCH", selection, three, withWard({"", "{"}), 500, "ChampSelect: could not select requested ward skin: Failed to deserialize response payload \"{\" to a Orvan::Framework::BindingProperty", upToWard, MyDraft(1), true},
+        {"PATCH", selection, R"({"selectedSkinId":51002})", {}, 500, "ChampSelect: could not select requested skin: no answer", {R"(pickSkinV2 {"skinId":51002})"}},
+        {"PATCH", selection, R"({"spell1Id":32})", dto, 400, notParticipant, {}, elsewhere},
+        {"PATCH", selection, R"({"spell1Id":32})", dto, 400, notParticipant, {}, Premade(1, Slots(1))},
+        {"PATCH", selection, "[1,2]", dto, 400, "Couldn't assign value to 'selection' of type QelLobbyTeamBuilderChampSelectMySelection because the input not a structure.", {}},
+        {"PATCH", selection, R"({"spell1Id":-4})", dto, 400, "Value -4 for 'spell1Id' of type uint64 is out of range", {}},
+    });
+    // clang-format on
 }
 
-TEST(ChampSelectActionsTest, AnAnsweredDtoIsAppliedBeforeTheReply) {
+TEST(ChampSelectActionsTest, AnswersShowInTheSessionBeforeTheReply) {
     DraftHost draft;
     TbdGameDtoV1 answer = MyDraft(2);
     answer.championSelectState->actionSetList[1] =
         ArrayOf({Action(3, 1, "PICK", 157, true), Action(4, 2, "PICK", 22)});
-    answer.championSelectState->cells.alliedTeam[0].championId = 157;
     draft.service.Answer("updateActionV1", DtoReply(answer));
     NextMillisecond();
     ASSERT_EQ(draft.Call("POST", "session/actions/3/complete").status, 200);
-    const std::vector<DraftEvent> events = TakeDraftEvents(draft.host);
+    std::vector<DraftEvent> events = TakeDraftEvents(draft.host);
     ASSERT_FALSE(events.empty());
     EXPECT_EQ(events[0].line, "Update session");
-    EXPECT_EQ(ActionsOf(events[0].data), "[1:7+ 2:0 ][3:157+ 4:22 ][5:0 ]");
-}
+    EXPECT_TRUE(events[0].data.Field("actions").Element(1).Element(0).Field("completed").IsTrue());
 
-TEST(ChampSelectActionsTest, SelectionChangesOnlyWhatDiffers) {
-    const Reply dto = DtoReply(MyDraft(2));
-    const std::pair<std::string, Reply> spells = {"pickSpellsV1", dto};
-    const std::pair<std::string, Reply> skin = {"pickSkinV2", dto};
-    const std::pair<std::string, Reply> ward = {"selectWardSkin", WardSkinReply(7)};
-    RunCases({
-        {"nothing differs",
-         "PATCH",
-         "session/my-selection",
-         R"({"spell1Id":4,"spell2Id":14,"selectedSkinId":51000,"wardSkinId":3})",
-         {},
-         200,
-         "",
-         {}},
-        {"one spell",
-         "PATCH",
-         "session/my-selection",
-         R"({"spell2Id":12})",
-         {spells},
-         200,
-         "",
-         {R"(pickSpellsV1 {"spell1Id":4,"spell2Id":12})"}},
-        {"a default skin is sent as none",
-         "PATCH",
-         "session/my-selection",
-         R"({"selectedSkinId":7000})",
-         {skin},
-         200,
-         "",
-         {R"(pickSkinV2 {"skinId":0})"}},
-        {"another skin",
-         "PATCH",
-         "session/my-selection",
-         R"({"selectedSkinId":51001})",
-         {skin},
-         200,
-         "",
-         {R"(pickSkinV2 {"skinId":51001})"}},
-        {"all three, in order",
-         "PATCH",
-         "session/my-selection",
-         R"({"selectedSkinId":51002,"wardSkinId":7,"spell1Id":32})",
-         {skin, ward, spells},
-         200,
-         "",
-         {R"(pickSpellsV1 {"spell1Id":32,"spell2Id":14})", R"(selectWardSkin {"wardSkinId":7})",
-          R"(pickSkinV2 {"skinId":51002})"}},
-    });
-}
-
-TEST(ChampSelectActionsTest, ASelectionStopsAtItsFirstFailure) {
-    const Reply dto = DtoReply(MyDraft(2));
-    const std::pair<std::string, Reply> spells = {"pickSpellsV1", dto};
-    const std::string all = R"({"selectedSkinId":51002,"wardSkinId":7,"spell1Id":32})";
-    const Strings sentUpToWard = {R"(pickSpellsV1 {"spell1Id":32,"spell2Id":14})",
-                                  R"(selectWardSkin {"wardSkinId":7})"};
-    RunCases({
-        {"spells refused",
-         "PATCH",
-         "session/my-selection",
-         all,
-         {{"pickSpellsV1", {"callFailedV1", "{}"}}},
-         500,
-         "ChampSelect: could not select requested spells: " + kDtoAnswerMissing,
-         {R"(pickSpellsV1 {"spell1Id":32,"spell2Id":14})"}},
-        {"ward skin refused by the service",
-         "PATCH",
-         "session/my-selection",
-         all,
-         {spells, {"selectWardSkin", {"", "", "OK", "ward skin 7 not owned"}}},
-         500,
-         "ChampSelect: could not select requested ward skin: ward skin 7 not owned",
-         sentUpToWard,
-         true},
-        {"ward skin answer without the selection",
-         "PATCH",
-         "session/my-selection",
-         all,
-         {spells, {"selectWardSkin", {"", R"({"wardSkinId":7})"}}},
-         500,
-         "Invalid ward skin payload",
-         sentUpToWard,
-         true},
-        {"ward skin answer with a selection that is no number",
-         "PATCH",
-         "session/my-selection",
-         all,
-         {spells, {"selectWardSkin", {"", R"({"selectedWardSkinId":{"id":7}})"}}},
-         500,
-         "Invalid ward skin payload",
-         sentUpToWard,
-         true},
-        {"ward skin answer that is no JSON",
-         "PATCH",
-         "session/my-selection",
-         all,
-         {spells, {"selectWardSkin", {"", "{"}}},
-         500,
-         "ChampSelect: could not select requested ward skin: Failed to deserialize response "
-         "payload \"{\" to a Orvan::Framework::BindingProperty",
-         sentUpToWard,
-         true},
-        {"skin refused",
-         "PATCH",
-         "session/my-selection",
-         R"({"selectedSkinId":51002})",
-         {},
-         500,
-         "ChampSelect: could not select requested skin: no answer",
-         {R"(pickSkinV2 {"skinId":51002})"}},
-    });
-    TbdGameDtoV1 elsewhere = MyDraft(1);
-    elsewhere.championSelectState->localPlayerCellId = 4;
-    const Case notParticipant = {"",
-                                 "PATCH",
-                                 "session/my-selection",
-                                 R"({"spell1Id":32})",
-                                 {},
-                                 400,
-                                 "Not an active participant in a champ select session",
-                                 {}};
-    RunCases({notParticipant}, elsewhere);
-    RunCases({notParticipant}, Premade(1, Slots(1)));
-}
-
-TEST(ChampSelectActionsTest, AConfirmedWardSkinIsShownOnTheLocalCellAtOnce) {
-    DraftHost draft;
+    // The skin fails; the ward skin confirmed before it is shown, on the
+    // local player's cell only, and a second request for it is no change.
     draft.service.Answer("selectWardSkin", WardSkinReply(7));
-    draft.service.Answer("pickSkinV2", {"callFailedV1", "{}"});
-    const TestHost::CallResult result =
-        draft.Call("PATCH", "session/my-selection", R"({"wardSkinId":7,"selectedSkinId":1})");
-    EXPECT_EQ(result.status, 500);
-    // The skin failed; the ward skin taken before it stays.
-    const std::vector<DraftEvent> events = TakeDraftEvents(draft.host);
+    const char* const change = R"({"wardSkinId":7,"selectedSkinId":1})";
+    EXPECT_EQ(draft.Call("PATCH", "session/my-selection", change).status, 500);
+    events = TakeDraftEvents(draft.host);
     ASSERT_EQ(Lines(events), (Strings{"Update session"}));
     EXPECT_EQ(WardSkinsOf(events[0].data), (std::vector<int64_t>{7, -1, -1}));
-    EXPECT_EQ(draft.SessionJson(), Framework::WriteJson(events[0].data));
-
-    // The same ward skin again is no change.
+    EXPECT_EQ(draft.Call("GET", "session").json, Framework::WriteJson(events[0].data));
     draft.service.Sent();
     EXPECT_EQ(draft.Call("PATCH", "session/my-selection", R"({"wardSkinId":7})").status, 200);
     EXPECT_EQ(draft.service.Sent(), Strings{});
 }
 
 TEST(ChampSelectActionsTest, TheWardSkinIsAskedForWhenASessionStarts) {
+    const std::string invalid = "1 Failed to get ward skin id: Invalid ward skin payload.";
     const struct {
-        const char* name;
-        std::optional<Reply> reply;
-        Strings events;
-        std::vector<int64_t> wardSkins;
+        Reply reply;
+        size_t sessionUpdates;
+        int64_t wardSkin;
         Strings logs;
     } cases[] = {
-        {"reported", WardSkinReply(12), {"Create session", "Update session"}, {12, -1, -1}, {}},
-        {"the service fails",
-         Reply{"", "", "OK", "ward skins unavailable"},
-         {"Create session"},
-         {1, -1, -1},
-         {"1 Failed to get ward skin id: ward skins unavailable"}},
-        {"an answer without the selection",
-         Reply{"", R"({"selected":12})"},
-         {"Create session"},
-         {1, -1, -1},
-         {"1 Failed to get ward skin id: Invalid ward skin payload."}},
-        {"an answer that is no JSON",
-         Reply{"", "]"},
-         {"Create session"},
-         {1, -1, -1},
-         {"1 Failed to get ward skin id: Invalid ward skin payload."}},
-        {"no answer yet", std::nullopt, {"Create session"}, {1, -1, -1}, {}},
+        {WardSkinReply(12), 1, 12, {}},
+        {{"", "", "OK", "unavailable"}, 0, 1, {"1 Failed to get ward skin id: unavailable"}},
+        {{"", R"({"selected":12})"}, 0, 1, {invalid}},
+        {{"", "]"}, 0, 1, {invalid}},
     };
     for (const auto& c : cases) {
-        SCOPED_TRACE(c.name);
+        SCOPED_TRACE(c.reply.payload + c.reply.error);
         DraftHost draft(std::nullopt);
-        if (c.reply) {
-            draft.service.Answer("requestSelectedWardSkin", *c.reply);
-        } else {
-            // The request goes out; its answer never comes.
-            draft.host.Host().OnRequest("POST", kMethodRequests, [](const TestHost::Request&) {
-                return TestHost::Reply::Body(BindingProperty());
-            });
-        }
+        draft.service.Answer("requestSelectedWardSkin", c.reply);
         draft.host.Push(MyDraft(1));
         draft.host.Host().Pump();
-        EXPECT_EQ(draft.service.Sent(),
-                  c.reply ? Strings{"requestSelectedWardSkin {}"} : Strings{});
-        Strings sessionLines;
-        BindingProperty last;
-        for (const DraftEvent& event : TakeDraftEvents(draft.host)) {
-            if (event.line.find(" session") != std::string::npos) {
-                sessionLines.push_back(event.line);
-                last = event.data;
-            }
-        }
-        EXPECT_EQ(sessionLines, c.events);
-        EXPECT_EQ(WardSkinsOf(last), c.wardSkins);
-        Strings wardLines;
+        EXPECT_EQ(draft.service.Sent(), Strings{"requestSelectedWardSkin {}"});
+        const std::vector<DraftEvent> events = TakeDraftEvents(draft.host);
+        EXPECT_EQ(std::count_if(events.begin(), events.end(),
+                                [](const DraftEvent& e) { return e.line == "Update session"; }),
+                  static_cast<std::ptrdiff_t>(c.sessionUpdates));
+        EXPECT_EQ(WardSkinsOf(draft.Call("GET", "session").body),
+                  (std::vector<int64_t>{c.wardSkin, -1, -1}));
+        Strings lines;
         for (const std::string& line : draft.host.TakeLogs()) {
             if (line.find("ward skin") != std::string::npos) {
-                wardLines.push_back(line);
-            }
-        }
-        EXPECT_EQ(wardLines, c.logs);
-    }
-}
-
-TEST(ChampSelectActionsTest, RerollAsksTheServiceWhateverTheState) {
-    RunCases({{"in a draft",
-               "POST",
-               "session/my-selection/reroll",
-               "",
-               {{"rerollV1", DtoReply(MyDraft(2))}},
-               200,
-               "",
-               {"rerollV1 {}"}},
-              {"refused",
-               "POST",
-               "session/my-selection/reroll",
-               "",
-               {{"rerollV1", {"tbdGameDtoV1", "{}", "NO_REROLLS"}}},
-               500,
-               "Unable to reroll: Received status NO_REROLLS instead of expected status of OK "
-               "from request to teambuilder-draft:rerollV1",
-               {"rerollV1 {}"}}});
-    RunCases({{"outside a draft",
-               "POST",
-               "session/my-selection/reroll",
-               "",
-               {},
-               500,
-               "Unable to reroll: no answer",
-               {"rerollV1 {}"}}},
-             Premade(1, Slots(1)));
-}
-
-// In process, for the log groups: completing an action takes back the
-// window the draft's UX timer would show, once.
-TEST(ChampSelectActionsTest, CompletingAnActionCancelsTheUxShow) {
-    {
-        TeamBuilderHost host(kInProcess);
-        ServiceScript service(host);
-        service.Answer("requestSelectedWardSkin", {"", "{}"});
-        host.Push(MyDraft(1));
-        host.Host().Pump();
-        const auto uxShows = [&] {
-            size_t count = 0;
-            for (const TestHost::Request& request : host.Host().Requests()) {
-                count += request.path == "/orvanclient/ux-show" ? 1 : 0;
-            }
-            return count;
-        };
-        const size_t shownAtStart = uxShows();
-        host.TakeLogEntries();
-
-        for (int i = 0; i < 2; ++i) {
-            service.Answer("updateActionV1", DtoReply(MyDraft(1)));
-            ASSERT_EQ(host.Host().Call("POST", DraftUri("session/actions/3/complete")).status, 200);
-        }
-        host.Host().AdvanceSeconds(30);
-        EXPECT_EQ(uxShows(), shownAtStart);
-        Strings lines;
-        for (const std::string& line : host.TakeLogEntries()) {
-            if (line.find("show ux") != std::string::npos) {
                 lines.push_back(line);
             }
         }
-        EXPECT_EQ(lines, (Strings{"3 1 Action completed, setting show ux to false."}));
+        EXPECT_EQ(lines, c.logs);
     }
+}
 
-    TeamBuilderHost failing(kInProcess);
-    ServiceScript silent(failing);
-    failing.Push(MyDraft(1));
-    failing.Host().Pump();
-    Strings wardLines;
-    for (const std::string& line : failing.TakeLogEntries()) {
-        if (line.find("ward skin") != std::string::npos) {
-            wardLines.push_back(line);
+// In process, for the log groups: completing an action takes back, once, the
+// window the draft's UX timer would show.
+TEST(ChampSelectActionsTest, CompletingAnActionCancelsTheUxShow) {
+    TeamBuilderHost host(kInProcess);
+    ServiceScript service(host);
+    host.Push(MyDraft(1));
+    host.Host().Pump();
+    const auto uxShows = [&] {
+        return std::count_if(host.Host().Requests().begin(), host.Host().Requests().end(),
+                             [](const TestHost::Request& request) {
+                                 return request.path == "/orvanclient/ux-show";
+                             });
+    };
+    const auto shownAtStart = uxShows();
+    const auto takeLines = [&](const char* part) {
+        Strings lines;
+        for (const std::string& line : host.TakeLogEntries()) {
+            if (line.find(part) != std::string::npos) {
+                lines.push_back(line);
+            }
         }
+        return lines;
+    };
+    EXPECT_EQ(takeLines("ward skin"), (Strings{"1 1 Failed to get ward skin id: no answer"}));
+
+    for (int i = 0; i < 2; ++i) {
+        service.Answer("updateActionV1", DtoReply(MyDraft(1)));
+        ASSERT_EQ(host.Host().Call("POST", DraftUri("session/actions/3/complete")).status, 200);
     }
-    EXPECT_EQ(wardLines, (Strings{"1 1 Failed to get ward skin id: no answer"}));
+    host.Host().AdvanceSeconds(30);
+    EXPECT_EQ(uxShows(), shownAtStart);
+    EXPECT_EQ(takeLines("show ux"), (Strings{"3 1 Action completed, setting show ux to false."}));
 }
 
 }  // namespace
