@@ -297,6 +297,9 @@ private:
     };
 
     bool Start(const HostLink& link);
+    // SendEvent without a Resource record around the data.
+    Maybe<> SendResourceEvent(std::string_view baseEventName, std::string_view uri,
+                              PluginResourceEventType eventType, const BindingProperty& data);
     void StoreEventHandler(std::string_view name, EventHandler handler,
                            HostEventCallback dispatcher, uint32_t flags);
     // The handler stored under an event name, or null.

@@ -1,6 +1,8 @@
 // AppModule's side of host events: handler registration, the two C
 // dispatchers, resource subscriptions with their dispatch to exact and
 // pattern handlers, and the answers of the service proxy.
+#include <cstring>
+#include <iterator>
 #include <utility>
 #include <vector>
 
@@ -22,30 +24,102 @@ bool IsDeliverable(const HostEvent* event) {
            event->name[0] != '\0' && event->payload.type != kHostValueNull;
 }
 
+// Service proxy messages arrive as objects of six texts. Reading one straight
+// into the record spares a value tree and the interning of a payload that
+// can run to kilobytes. Any other shape (other kinds of value, a missing key,
+// a broken span) is left to the general conversion, so that both paths give
+// the same record or the same refusal.
+bool ReadServiceProxyResponse(const HostValue& value, PluginServiceProxyResponse& out) {
+    if (value.type != kHostValueObject) {
+        return false;
+    }
+    const auto* entries = static_cast<const HostObjectEntry*>(value.payload.span.address);
+    const uint32_t count = value.payload.span.length;
+    if (entries == nullptr && count != 0) {
+        return false;
+    }
+    struct Member {
+        const char* name;
+        std::string PluginServiceProxyResponse::*field;
+    };
+    static constexpr Member kMembers[] = {
+        {"uuid", &PluginServiceProxyResponse::uuid},
+        {"serviceName", &PluginServiceProxyResponse::serviceName},
+        {"methodName", &PluginServiceProxyResponse::methodName},
+        {"payload", &PluginServiceProxyResponse::payload},
+        {"status", &PluginServiceProxyResponse::status},
+        {"error", &PluginServiceProxyResponse::error},
+    };
+    constexpr size_t kMemberCount = std::size(kMembers);
+    // A repeated key keeps its last value, as in a structure.
+    const HostValue* values[kMemberCount] = {};
+    for (uint32_t i = 0; i < count; ++i) {
+        const HostObjectEntry& entry = entries[i];
+        if (entry.key == nullptr) {
+            return false;
+        }
+        const uint32_t type = entry.value.type;
+        if (type != kHostValueNull && type != kHostValueTextUnowned &&
+            type != kHostValueTextOwned) {
+            return false;
+        }
+        if (type == kHostValueTextOwned && entry.value.payload.span.address == nullptr &&
+            entry.value.payload.span.length != 0) {
+            return false;
+        }
+        for (size_t m = 0; m < kMemberCount; ++m) {
+            if (std::strcmp(entry.key, kMembers[m].name) == 0) {
+                values[m] = &entry.value;
+                break;
+            }
+        }
+    }
+    for (size_t m = 0; m < kMemberCount; ++m) {
+        const HostValue* text = values[m];
+        // Null leaves the member as it was, like a missing one.
+        if (text == nullptr || text->type == kHostValueNull) {
+            continue;
+        }
+        const char* address = static_cast<const char*>(text->payload.span.address);
+        std::string& target = out.*kMembers[m].field;
+        if (address == nullptr) {
+            target.clear();
+        } else if (text->type == kHostValueTextUnowned) {
+            target.assign(address);
+        } else {
+            target.assign(address, text->payload.span.length);
+        }
+    }
+    return true;
+}
+
 }  // namespace
 
 // ---- Event keys -------------------------------------------------------------
 
 std::string ResourceEventKey(std::string_view uri) {
-    std::vector<std::string_view> pieces{kJsonApiEvent};
+    // Built in one string: keys are made for every event sent.
+    std::string key;
+    key.reserve(std::string_view(kJsonApiEvent).size() + uri.size() + 1);
+    key += kJsonApiEvent;
+    size_t elements = 1;
+    size_t limit = 4;
     size_t start = 0;
-    while (start <= uri.size()) {
+    while (start <= uri.size() && elements < limit) {
         size_t end = uri.find('/', start);
         if (end == std::string_view::npos) {
             end = uri.size();
         }
         if (end > start) {
-            pieces.push_back(uri.substr(start, end - start));
+            const std::string_view piece = uri.substr(start, end - start);
+            if (elements == 1 && piece == "qel-platform-config") {
+                limit = 6;
+            }
+            key += '_';
+            key += piece;
+            ++elements;
         }
         start = end + 1;
-    }
-    const size_t limit = pieces.size() > 1 && pieces[1] == "qel-platform-config" ? 6 : 4;
-    std::string key;
-    for (size_t i = 0; i < pieces.size() && i < limit; ++i) {
-        if (i != 0) {
-            key += '_';
-        }
-        key += pieces[i];
     }
     return key;
 }
@@ -131,6 +205,11 @@ void QEL_HOST_CALL AppModule::DispatchServiceProxyEvent(HostEvent* event) {
     auto* module = static_cast<AppModule*>(event->context);
     std::shared_ptr<const EventHandler> handler = module->FindEventHandler(event->name);
     if (handler == nullptr || !handler->onServiceProxy) {
+        return;
+    }
+    if (PluginServiceProxyResponse direct; ReadServiceProxyResponse(event->payload, direct)) {
+        Trace("%s: Handling event %s", module->ShortName().c_str(), event->name);
+        handler->onServiceProxy(direct);
         return;
     }
     Maybe<BindingProperty> payload = FromHostValue(event->payload, kPayloadName);

@@ -20,7 +20,8 @@ constexpr uint32_t kMaxLength = std::numeric_limits<uint32_t>::max();
 
 class ToHost {
 public:
-    explicit ToHost(const BindingTypeRegistry* registry) : registry_(registry) {}
+    ToHost(const BindingTypeRegistry* registry, HostValueArena* arena)
+        : registry_(registry), arena_(arena) {}
 
     // Fills `out`, which starts as code 0. What is allocated stays reachable
     // from `out` at every step, so the caller releases a partial result.
@@ -78,11 +79,28 @@ private:
 
     bool OutOfMemory() { return Fail("Out of memory converting a value for the host"); }
 
+    void* Allocate(size_t size) {
+        return arena_ != nullptr ? arena_->Allocate(size) : ModuleMemory::Allocate(size);
+    }
+
+    // Zeroed, so that every element is code 0 until converted and a partial
+    // result can be released.
+    void* AllocateZeroed(size_t size) {
+        if (arena_ == nullptr) {
+            return ModuleMemory::AllocateZeroed(size);
+        }
+        void* block = arena_->Allocate(size);
+        if (block != nullptr) {
+            std::memset(block, 0, size);
+        }
+        return block;
+    }
+
     bool Text(std::string_view text, HostValue& out) {
         if (!CheckLength(text.size())) {
             return false;
         }
-        char* copy = static_cast<char*>(ModuleMemory::Allocate(text.size() + 1));
+        char* copy = static_cast<char*>(Allocate(text.size() + 1));
         if (copy == nullptr) {
             return OutOfMemory();
         }
@@ -102,7 +120,7 @@ private:
         }
         void* copy = nullptr;
         if (!bytes.empty()) {
-            copy = ModuleMemory::Allocate(bytes.size());
+            copy = Allocate(bytes.size());
             if (copy == nullptr) {
                 return OutOfMemory();
             }
@@ -145,8 +163,7 @@ private:
         if (!EnterChild(depth)) {
             return false;
         }
-        auto* items = static_cast<HostValue*>(
-            ModuleMemory::AllocateZeroed(elements.size() * sizeof(HostValue)));
+        auto* items = static_cast<HostValue*>(AllocateZeroed(elements.size() * sizeof(HostValue)));
         if (items == nullptr) {
             return OutOfMemory();
         }
@@ -172,8 +189,8 @@ private:
         if (!EnterChild(depth)) {
             return false;
         }
-        auto* entries = static_cast<HostObjectEntry*>(
-            ModuleMemory::AllocateZeroed(fields.size() * sizeof(HostObjectEntry)));
+        auto* entries =
+            static_cast<HostObjectEntry*>(AllocateZeroed(fields.size() * sizeof(HostObjectEntry)));
         if (entries == nullptr) {
             return OutOfMemory();
         }
@@ -182,7 +199,7 @@ private:
         size_t index = 0;
         for (BindingProperty::FieldRef field : fields) {
             HostObjectEntry& entry = entries[index++];
-            char* key = static_cast<char*>(ModuleMemory::Allocate(field.name.size() + 1));
+            char* key = static_cast<char*>(Allocate(field.name.size() + 1));
             if (key == nullptr) {
                 return OutOfMemory();
             }
@@ -200,6 +217,7 @@ private:
     }
 
     const BindingTypeRegistry* registry_;
+    HostValueArena* arena_;
     std::string error_;
 };
 
@@ -273,10 +291,12 @@ private:
         address = value.payload.span.address;
         const uint32_t length = value.payload.span.length;
         if (address == nullptr && length != 0) {
+            // By value: the packed member may be misaligned for a reference.
+            const uint32_t type = value.type;
             return Fail(
                 Format("Couldn't convert host value '%1': type code %2 has no address "
                        "for a length of %3",
-                       rootName_, value.type, length));
+                       rootName_, type, length));
         }
         return true;
     }
@@ -385,12 +405,72 @@ void Release(HostValue& value) {
 Maybe<> ToHostValue(const BindingProperty& value, HostValue& out,
                     const BindingTypeRegistry* registry) {
     out = HostValue{};
-    ToHost converter(registry);
+    ToHost converter(registry, nullptr);
     if (!converter.Convert(value, out, 0)) {
         Release(out);
         return Failure(std::move(converter.Error()));
     }
     return Maybe<>::Success();
+}
+
+Maybe<> ToHostValue(const BindingProperty& value, HostValue& out,
+                    const BindingTypeRegistry* registry, HostValueArena& arena, size_t depth) {
+    out = HostValue{};
+    ToHost converter(registry, &arena);
+    if (!converter.Convert(value, out, depth)) {
+        // What was built stays in the arena until it goes.
+        out = HostValue{};
+        return Failure(std::move(converter.Error()));
+    }
+    return Maybe<>::Success();
+}
+
+// ---- Arena ----------------------------------------------------------------
+
+HostValueArena::~HostValueArena() {
+    while (blocks_ != nullptr) {
+        Block* block = blocks_;
+        blocks_ = block->next;
+        ModuleMemory::Free(block);
+    }
+}
+
+void* HostValueArena::Allocate(size_t size) {
+    constexpr size_t kAlignment = 8;
+    constexpr size_t kLargestBlock = size_t{64} * 1024;
+    static_assert(sizeof(Block) % kAlignment == 0);
+    if (size > std::numeric_limits<size_t>::max() - 2 * kAlignment - sizeof(Block)) {
+        return nullptr;
+    }
+    size = (size + kAlignment - 1) & ~(kAlignment - 1);
+    if (static_cast<size_t>(limit_ - cursor_) < size) {
+        const size_t capacity = size > nextBlock_ ? size : nextBlock_;
+        auto* block = static_cast<Block*>(ModuleMemory::Allocate(sizeof(Block) + capacity));
+        if (block == nullptr) {
+            return nullptr;
+        }
+        block->next = blocks_;
+        blocks_ = block;
+        cursor_ = reinterpret_cast<char*>(block + 1);
+        limit_ = cursor_ + capacity;
+        if (nextBlock_ < kLargestBlock) {
+            nextBlock_ *= 2;
+        }
+    }
+    void* result = cursor_;
+    cursor_ += size;
+    return result;
+}
+
+char* HostValueArena::CopyText(std::string_view text) {
+    auto* copy = static_cast<char*>(Allocate(text.size() + 1));
+    if (copy != nullptr) {
+        if (!text.empty()) {
+            std::memcpy(copy, text.data(), text.size());
+        }
+        copy[text.size()] = '\0';
+    }
+    return copy;
 }
 
 Maybe<BindingProperty> FromHostValue(const HostValue& value, std::string_view rootName) {

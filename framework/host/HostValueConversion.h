@@ -15,11 +15,15 @@
 // Ownership: a HostValue made here owns its texts, bytes, elements and owned
 // keys, allocated through the module's counting hooks; ReleaseHostValue frees
 // them (codes 6, 8, 9 and 10, keys whose flag is 1; never 5 or 7) and leaves
-// code 0. The side that made a value releases it.
+// code 0. The side that made a value releases it. A value made into a
+// HostValueArena looks the same to the host, but its parts live in the
+// arena's blocks and go with the arena: it is never passed to
+// ReleaseHostValue.
 // Threads: pure functions; a value is used by one thread at a time.
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <string_view>
 
 #include "framework/binding/BindingProperty.h"
@@ -39,6 +43,40 @@ inline constexpr size_t kMaxHostValueDepth = kMaxNestingDepth + 16;
 // `out` is left as code 0 with nothing allocated.
 Maybe<> ToHostValue(const BindingProperty& value, HostValue& out,
                     const BindingTypeRegistry* registry = nullptr);
+
+// Storage for host values that are built, handed to the host and dropped
+// within one call, such as the payload of an emitted event: a few large
+// blocks of module memory instead of one allocation per text, array and
+// object, all freed when the arena goes out of scope.
+class HostValueArena {
+public:
+    HostValueArena() = default;
+    ~HostValueArena();
+    HostValueArena(const HostValueArena&) = delete;
+    HostValueArena& operator=(const HostValueArena&) = delete;
+
+    // Null when memory is refused. Blocks are aligned to 8 bytes.
+    void* Allocate(size_t size);
+    // A NUL-terminated copy of `text`, or null when memory is refused.
+    char* CopyText(std::string_view text);
+
+private:
+    struct Block {
+        Block* next;
+    };
+    static constexpr size_t kFirstBlock = 4096;
+
+    Block* blocks_ = nullptr;
+    char* cursor_ = nullptr;
+    char* limit_ = nullptr;
+    size_t nextBlock_ = kFirstBlock;
+};
+
+// As above with every part of `out` in `arena`. `depth` is the nesting level
+// `value` takes in the value being built (0 at its root), so that a value
+// converted into a record built by hand meets the same depth limit.
+Maybe<> ToHostValue(const BindingProperty& value, HostValue& out,
+                    const BindingTypeRegistry* registry, HostValueArena& arena, size_t depth = 0);
 
 Maybe<BindingProperty> FromHostValue(const HostValue& value, std::string_view rootName);
 

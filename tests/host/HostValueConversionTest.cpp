@@ -5,9 +5,11 @@
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
+#include <string>
 #include <vector>
 
 #include "framework/binding/BindingTypeRegistry.h"
+#include "framework/binding/MessageFormat.h"
 #include "framework/binding/TypeRegistration.h"
 #include "framework/codec/Json.h"
 #include "tests/support/TestHost.h"
@@ -15,6 +17,7 @@
 namespace Orvan::Framework {
 namespace {
 
+using Testing::SameHostValue;
 using Testing::Unpacked;
 
 enum class Colour : int32_t { Red = 1, Green = 2 };
@@ -187,6 +190,52 @@ TEST(HostValueConversionTest, NestingBeyondTheLimitFailsInBothDirections) {
     HostValue out{};
     EXPECT_FALSE(ToHostValue(deep, out).HasValue());
     EXPECT_EQ(Unpacked(out.type), kHostValueNull);  // nothing left allocated
+}
+
+TEST(HostValueConversionTest, ValuesBuiltInAnArenaMatchThoseBuiltPieceByPiece) {
+    BindingTypeRegistry registry;
+    RegisterEnum<Colour>(registry, "Colour").Value("Red", Colour::Red);
+    const StaticType& type = StaticType::Of<Colour>();
+
+    BindingProperty mixed = FromJson(R"({"b":{"c":null,"d":[1,-2,2.5,true]},"a":[],"e":""})");
+    mixed.MutableField("blob").SetBlob(std::vector<uint8_t>{0, 1, 255});
+    mixed.MutableField("empty blob").SetBlob(std::vector<uint8_t>{});
+    mixed.MutableField("named").SetEnum(BindingEnumValue{1, &type});
+    mixed.MutableField("unnamed").SetEnum(BindingEnumValue{2, &type});
+    mixed.MutableField("nul").SetString(std::string_view("a\0b", 3));
+    // More than the arena's first blocks hold, in one text and in many parts.
+    BindingProperty large;
+    large.MutableField("text").SetString(std::string(20000, 'x'));
+    for (int i = 0; i < 3000; ++i) {
+        large.MutableField("list").Append().MutableField("n").SetSigned(i);
+    }
+
+    for (const BindingProperty* value : {&mixed, &large}) {
+        OwnedHostValue pieces;
+        ASSERT_TRUE(ToHostValue(*value, pieces.Get(), &registry).HasValue());
+        HostValueArena arena;
+        HostValue packed{};
+        ASSERT_TRUE(ToHostValue(*value, packed, &registry, arena).HasValue());
+        EXPECT_TRUE(SameHostValue(pieces.Get(), packed)) << WriteJson(*value).substr(0, 80);
+    }
+}
+
+TEST(HostValueConversionTest, AnArenaValueStartingBelowTheRootMeetsTheLimitSooner) {
+    BindingProperty deep;
+    BindingProperty* cursor = &deep;
+    for (size_t i = 0; i + 1 < kMaxHostValueDepth; ++i) {
+        cursor = &cursor->Append();
+    }
+    cursor->Append().SetSigned(1);  // the deepest the limit lets through
+    HostValueArena arena;
+    HostValue out{};
+    EXPECT_TRUE(ToHostValue(deep, out, nullptr, arena).HasValue());
+    Maybe<> nested = ToHostValue(deep, out, nullptr, arena, 1);
+    ASSERT_FALSE(nested.HasValue());
+    EXPECT_EQ(nested.GetFailure().message,
+              Format("Couldn't convert a value nested deeper than %1 levels for the host",
+                     static_cast<uint64_t>(kMaxHostValueDepth)));
+    EXPECT_EQ(Unpacked(out.type), kHostValueNull);
 }
 
 }  // namespace

@@ -1,7 +1,11 @@
 // Publishing and following resources: the two emissions of an event, counted
 // subscriptions behind handlers, the initial read of an exact resource, and
 // typed handlers that drop what does not convert.
+#include <cstdint>
 #include <utility>
+#include <vector>
+
+#include "framework/host/HostValueConversion.h"
 
 #include "tests/serviceproxy/support/ServicesModule.h"
 
@@ -9,6 +13,47 @@ namespace Orvan::Testing {
 namespace {
 
 using ResourceEventsTest = ServicesTest;
+
+// What an emitted payload is compared with, and the counts of the comparison.
+struct ExpectedPayload {
+    const HostValue* value = nullptr;
+    int emitted = 0;
+    int same = 0;
+};
+ExpectedPayload* expectedPayload = nullptr;
+
+void QEL_HOST_CALL ComparePayload(HostApi*, HostEvent* event) {
+    ++expectedPayload->emitted;
+    if (SameHostValue(event->payload, *expectedPayload->value)) {
+        ++expectedPayload->same;
+    }
+}
+
+TEST_F(ResourceEventsTest, PayloadsAreTheResourceRecordAsTheRegistryConvertsIt) {
+    BindingProperty nested = SessionValue("Lobby", 5);
+    nested.MutableField("list").Append().SetString(std::string_view("a\0b", 3));
+    nested.MutableField("list").Append().SetBlob(std::vector<uint8_t>{1, 2});
+    const Resource cases[] = {
+        {"/qel-lobby-team-builder/v1/lobby", PluginResourceEventType::Update, nested},
+        {"/qel-lobby-team-builder/v1/matchmaking", PluginResourceEventType::Delete, {}},
+        {"/", PluginResourceEventType::Create, BindingProperty("root")},
+        // A number the enumeration does not name crosses as a number.
+        {"qel-x", static_cast<PluginResourceEventType>(7), BindingProperty(int64_t{3})},
+    };
+    host_.Functions()->EmitEvent = &ComparePayload;
+    for (const Resource& resource : cases) {
+        Maybe<BindingProperty> record = ConvertToProperty(Module().Registry(), resource);
+        ASSERT_TRUE(record.HasValue());
+        OwnedHostValue expected;
+        ASSERT_TRUE(ToHostValue(*record, expected.Get(), &Module().Registry()).HasValue());
+        ExpectedPayload comparison{&expected.Get()};
+        expectedPayload = &comparison;
+        EXPECT_TRUE(Module().SendEvent(kJsonApiEvent, resource).HasValue());
+        EXPECT_EQ(comparison.emitted, resource.uri == "/" ? 1 : 2) << resource.uri;
+        EXPECT_EQ(comparison.same, comparison.emitted) << resource.uri;
+    }
+    expectedPayload = nullptr;
+}
 
 TEST_F(ResourceEventsTest, PublishingEmitsUnderTheKeyAndUnderTheBaseName) {
     Module().PublishResource("/qel-lobby-team-builder/v1/lobby/countdown", TestSession{"Lobby", 5});

@@ -3,8 +3,13 @@
 // conversions of answers and pushed messages, and the plugin's counted calls
 // while the host keeps delivering answers, messages and delayed calls.
 #include <chrono>
+#include <cstdint>
 #include <future>
+#include <string>
 #include <utility>
+#include <vector>
+
+#include "framework/host/HostValueConversion.h"
 
 #include "tests/serviceproxy/support/ServicesModule.h"
 
@@ -175,6 +180,85 @@ TEST_F(ServiceProxyClientTest, PushedMessagesAndStrayAnswersAreDeliveredOnceOrDr
                        "service proxy event teambuilder-draft.unknownV1",
                        "2 qel-lobby-team-builder: Could not find registered handler for async "
                        "service proxy event .tbdGameDtoV1"}));
+}
+
+// Messages as a host may lay them out: unowned and owned texts, repeated,
+// unknown and null members, values of other kinds, broken entries. Each is
+// handled exactly when the general conversion takes it, with its record.
+TEST_F(ServiceProxyClientTest, RawMessagesGiveTheRecordTheRegistryGives) {
+    PluginServiceProxyResponse received;
+    int calls = 0;
+    Module().RegisterServiceProxyHandler(kService, "probe",
+                                         [&](const PluginServiceProxyResponse& message) {
+                                             received = message;
+                                             ++calls;
+                                         });
+    auto text = [](const char* value) {
+        HostValue v{};
+        v.type = kHostValueTextUnowned;
+        v.payload.span.address = const_cast<char*>(value);
+        return v;
+    };
+    auto owned = [](const char* value, uint32_t length) {
+        HostValue v{};
+        v.type = kHostValueTextOwned;
+        v.payload.span.address = const_cast<char*>(value);
+        v.payload.span.length = length;
+        return v;
+    };
+    HostValue number{};
+    number.type = kHostValueSigned;
+    number.payload.signedValue = 3;
+    const HostValue null{};
+    const HostValue noAddress = owned(nullptr, 2);
+
+    using Entries = std::vector<std::pair<const char*, HostValue>>;
+    const Entries routed = {{"serviceName", text(kService)}, {"methodName", owned("probe", 5)}};
+    auto with = [&](Entries extra) {
+        Entries all = routed;
+        all.insert(all.end(), extra.begin(), extra.end());
+        return all;
+    };
+    const Entries cases[] = {
+        with({{"uuid", text("u1")}, {"payload", owned("{\"a\":\0}", 7)}, {"status", text("OK")}}),
+        with({{"payload", text("first")}, {"payload", text("last")}, {"error", owned(nullptr, 0)}}),
+        with({{"payload", text("dropped")}, {"payload", null}, {"status", null}}),
+        with({{"extra", number}, {"payload", text("{}")}}),
+        with({{"status", number}}),
+        with({{"extra", noAddress}}),
+        with({{nullptr, text("keyless")}}),
+    };
+    for (const Entries& entries : cases) {
+        std::vector<HostObjectEntry> objectEntries;
+        for (const auto& [key, value] : entries) {
+            HostObjectEntry entry{};
+            entry.key = key;
+            entry.value = value;
+            objectEntries.push_back(entry);
+        }
+        HostValue object{};
+        object.type = kHostValueObject;
+        object.payload.span.address = objectEntries.data();
+        object.payload.span.length = static_cast<uint32_t>(objectEntries.size());
+
+        Maybe<PluginServiceProxyResponse> expected = Failure("not a value");
+        if (Maybe<BindingProperty> value = FromHostValue(object, "<result>")) {
+            expected = ConvertFromProperty<PluginServiceProxyResponse>(Module().Registry(), *value,
+                                                                       "<result>");
+        }
+        received = PluginServiceProxyResponse{};
+        calls = 0;
+        host_.DeliverRaw("OnServiceProxyAsyncEvent", object);
+        const std::string label = std::to_string(&entries - cases);
+        ASSERT_EQ(calls, expected ? 1 : 0) << label;
+        if (expected) {
+            EXPECT_EQ((Strings{received.uuid, received.serviceName, received.methodName,
+                               received.payload, received.status, received.error}),
+                      (Strings{expected->uuid, expected->serviceName, expected->methodName,
+                               expected->payload, expected->status, expected->error}))
+                << label;
+        }
+    }
 }
 
 TEST_F(ServiceProxyClientTest, ConcurrentPluginCallsCountUpAndDownInCompletionOrder) {

@@ -19,6 +19,55 @@
 
 namespace Orvan::Testing {
 
+bool SameHostValue(const HostValue& a, const HostValue& b) {
+    const uint32_t type = a.type;
+    if (type != b.type) {
+        return false;
+    }
+    switch (type) {
+        case kHostValueNull:
+            return true;
+        case kHostValueBool:
+            return a.payload.boolValue == b.payload.boolValue;
+        case kHostValueSigned:
+        case kHostValueUnsigned:
+        case kHostValueFloat:
+            return a.payload.unsignedValue == b.payload.unsignedValue;
+        case kHostValueArray:
+        case kHostValueObject:
+            break;
+        default: {
+            // Texts carry their terminating NUL.
+            const uint32_t length = a.payload.span.length;
+            const size_t extra = type == kHostValueTextOwned ? 1 : 0;
+            return length == b.payload.span.length &&
+                   (length + extra == 0 ||
+                    std::memcmp(a.payload.span.address, b.payload.span.address, length + extra) ==
+                        0);
+        }
+    }
+    const uint32_t count = a.payload.span.length;
+    if (count != b.payload.span.length) {
+        return false;
+    }
+    for (uint32_t i = 0; i < count; ++i) {
+        if (type == kHostValueArray) {
+            if (!SameHostValue(static_cast<const HostValue*>(a.payload.span.address)[i],
+                               static_cast<const HostValue*>(b.payload.span.address)[i])) {
+                return false;
+            }
+            continue;
+        }
+        const auto& x = static_cast<const HostObjectEntry*>(a.payload.span.address)[i];
+        const auto& y = static_cast<const HostObjectEntry*>(b.payload.span.address)[i];
+        if (std::strcmp(x.key, y.key) != 0 || x.keyOwned != y.keyOwned ||
+            !SameHostValue(x.value, y.value)) {
+            return false;
+        }
+    }
+    return true;
+}
+
 using namespace Orvan::Framework;
 
 namespace {

@@ -56,6 +56,10 @@ T Unpacked(T value) {
     return value;
 }
 
+// Two host values with the same codes, lengths, bytes, keys and key flags
+// all the way down (addresses aside).
+bool SameHostValue(const HostValue& a, const HostValue& b);
+
 // Path of the plugin's shared object as built.
 const char* PluginLibraryPath();
 
