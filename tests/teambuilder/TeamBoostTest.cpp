@@ -69,13 +69,9 @@ TEST(TeamBoostTest, RefreshesOnlyWhenSkinsChangeOrTheBoostBecomesActive) {
         {"same length, another skin",
          Boosted(7, 310, false, 6, {1002}),
          {"Update team-boost " + Boost("summoner6", "SINGLE", 310, "[1002]", false)}},
-        {"skins in another order",
-         Boosted(8, 310, true, 1, {2, 1}),
-         {"Update team-boost " + Boost("summoner1", "SINGLE", 310, "[2,1]", true)}},
-        {"same skins, activated again after a lapse", Boosted(9, 310, false, 1, {2, 1}), {}},
         {"reactivated",
-         Boosted(10, 320, true, 2, {2, 1}),
-         {"Update team-boost " + Boost("summoner2", "SINGLE", 320, "[2,1]", true)}},
+         Boosted(8, 320, true, 2, {1002}),
+         {"Update team-boost " + Boost("summoner2", "SINGLE", 320, "[1002]", true)}},
     };
     std::string published;
     for (const Step& step : steps) {
@@ -108,9 +104,7 @@ TEST(TeamBoostTest, ExistsOnlyDuringASession) {
 
     host.Push(Premade(2, Slots(1)));
     EXPECT_EQ(BoostEvents(host), (Strings{"Delete team-boost "}));
-    got = get();
-    EXPECT_EQ(got.status, 404);
-    EXPECT_EQ(got.error, kNoBoost);
+    EXPECT_EQ(get().status, 404);
 
     // The next session starts from the defaults again.
     host.Push(Boosted(3, 120, false, 0, {}, "team-2"));
@@ -139,10 +133,6 @@ TEST(TeamBoostTest, PurchaseAppliesTheAnsweredDtoOrFailsWithoutChangingState) {
          {"callFailedV1", R"({"counter":5})"},
          kPrefix +
              "Did not receive the expected method tbdGameDtoV1, instead received callFailedV1",
-         {}},
-        {"an answer that is no DTO at all is taken for what converts",
-         {"tbdGameDtoV1", R"([1,{"counter":"x"}])"},
-         "",
          {}},
         {"no answer from the proxy", {"", "", "", "no answer"}, kPrefix + "no answer", {}},
         {"a DTO of the wrong kinds is refused by the intake",
