@@ -65,29 +65,14 @@ TEST_F(LobbyActionsTest, CreateFailuresLeaveTheLobbyAlone) {
         uint16_t status;
         std::string message;
     } cases[] = {
+        // clang-format off
         {"proxy error", {"", "", "", "boom"}, 500, "Error creating Team Builder Premade: boom"},
-        {"call failed",
-         {"callFailedV1", "{}"},
-         500,
-         "Error creating Team Builder Premade: methodName=callFailedV1, status=OK"},
-        {"service unavailable",
-         {"tbdGameDtoV1", "{}", "SERVICE UNAVAILABLE"},
-         500,
-         "Error creating Team Builder Premade: methodName=tbdGameDtoV1, status=SERVICE "
-         "UNAVAILABLE"},
-        {"gatekeeper",
-         {"gatekeeperRestrictedV2", R"({"gatekeeperRestrictions":[]})"},
-         403,
-         "Error: Didn't create lobby. Server returned Gatekeeper Restricted for queueId 430"},
-        {"unknown method",
-         {"somethingElseV1", "{}", "BUSY"},
-         500,
-         "Error: Didn't create lobby. Server returned a non-lobby result: "
-         "methodName=somethingElseV1, status=BUSY"},
-        {"unparsable payload",
-         {"tbdGameDtoV1", "{"},
-         500,
-         "Error creating Team Builder Premade: Failed to deserialize response payload \"{\" to a "},
+        {"call failed", {"callFailedV1", "{}"}, 500, "Error creating Team Builder Premade: methodName=callFailedV1, status=OK"},
+        {"service unavailable", {"tbdGameDtoV1", "{}", "SERVICE UNAVAILABLE"}, 500, "Error creating Team Builder Premade: methodName=tbdGameDtoV1, status=SERVICE UNAVAILABLE"},
+        {"gatekeeper", {"gatekeeperRestrictedV2", R"({"gatekeeperRestrictions":[]})"}, 403, "Error: Didn't create lobby. Server returned Gatekeeper Restricted for queueId 430"},
+        {"unknown method", {"somethingElseV1", "{}", "BUSY"}, 500, "Error: Didn't create lobby. Server returned a non-lobby result: methodName=somethingElseV1, status=BUSY"},
+        {"unparsable payload", {"tbdGameDtoV1", "{"}, 500, "Error creating Team Builder Premade: Failed to deserialize response payload \"{\" to a "},
+        // clang-format on
     };
     EnterLobby();
     const std::string before = StoredLobbyJson();
@@ -161,32 +146,18 @@ TEST_F(LobbyActionsTest, JoinAnswers) {
         const char* message;
         const char* sent;
     } cases[] = {
-        {"lobby full",
-         R"({"invitationMetaData":{"groupFinderId":"x1"}})",
-         {"gatekeeperRestrictedV2", R"({"gatekeeperRestrictions":[{"reason":"QUITGUARDED"},)"
-                                    R"({"reason":"MAX_PREMADE_SIZE_VIOLATED"}]})"},
-         403,
-         "LobbyFullException",
-         R"({"draftPremadeId":"x1"})"},
-        {"other restriction",
-         R"({"invitationMetaData":{"groupFinderId":7}})",
+        // clang-format off
+        {"lobby full", R"({"invitationMetaData":{"groupFinderId":"x1"}})",
+         {"gatekeeperRestrictedV2", R"({"gatekeeperRestrictions":[{"reason":"QUITGUARDED"},{"reason":"MAX_PREMADE_SIZE_VIOLATED"}]})"},
+         403, "LobbyFullException", R"({"draftPremadeId":"x1"})"},
+        {"other restriction", R"({"invitationMetaData":{"groupFinderId":7}})",
          {"gatekeeperRestrictedV2", R"({"gatekeeperRestrictions":[{"reason":"QUITGUARDED"}]})"},
-         500,
-         "Error: Didn't join lobby. Server returned a non-lobby result: "
-         "methodName=gatekeeperRestrictedV2, status=OK",
-         R"({"draftPremadeId":"7"})"},
-        {"no group finder id",
-         R"({"invitationMetaData":{"draftPremadeId":"x1"}})",
-         {"", "", "", "gone"},
-         500,
-         "Error joining Team Builder Premade: gone",
-         R"({"draftPremadeId":""})"},
-        {"service unknown",
-         R"({"invitationMetaData":{"groupFinderId":"x1"}})",
-         {"tbdGameDtoV1", "{}", "SERVICE UNKNOWN"},
-         500,
-         "Error joining Team Builder Premade: methodName=tbdGameDtoV1, status=SERVICE UNKNOWN",
-         R"({"draftPremadeId":"x1"})"},
+         500, "Error: Didn't join lobby. Server returned a non-lobby result: methodName=gatekeeperRestrictedV2, status=OK", R"({"draftPremadeId":"7"})"},
+        {"no group finder id", R"({"invitationMetaData":{"draftPremadeId":"x1"}})", {"", "", "", "gone"},
+         500, "Error joining Team Builder Premade: gone", R"({"draftPremadeId":""})"},
+        {"service unknown", R"({"invitationMetaData":{"groupFinderId":"x1"}})", {"tbdGameDtoV1", "{}", "SERVICE UNKNOWN"},
+         500, "Error joining Team Builder Premade: methodName=tbdGameDtoV1, status=SERVICE UNKNOWN", R"({"draftPremadeId":"x1"})"},
+        // clang-format on
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
@@ -245,34 +216,15 @@ TEST(LobbyActionsTableTest, PromoteAndKickFindTheMembersSlot) {
         const char* message;
         Strings sent;
     } cases[] = {
+        // clang-format off
         {"no lobby", false, "promote", "12", {}, 400, "No lobby in progress", {}},
         {"no lobby", false, "kick", "12", {}, 400, "No lobby in progress", {}},
         {"not a member", true, "promote", "99", {}, 404, "Team Builder Player Not Found", {}},
         {"not a member", true, "kick", "99", {}, 404, "Team Builder Player Not Found", {}},
-        {"promote refused",
-         true,
-         "promote",
-         "12",
-         {"", "", "", "not captain"},
-         500,
-         "Unable to promote Team Builder player: not captain",
-         {R"(promoteToCaptainV1 {"slotId":2})"}},
-        {"kick refused",
-         true,
-         "kick",
-         "13",
-         {"", "", "", "not captain"},
-         500,
-         "Unable to kick Team Builder player",
-         {R"(kickPlayerV1 {"slotId":3})"}},
-        {"kicked",
-         true,
-         "kick",
-         "13",
-         {"tbdGameDtoV1", JsonOf(InLobby("lobby-1", 3, 2))},
-         200,
-         "",
-         {R"(kickPlayerV1 {"slotId":3})"}},
+        {"promote refused", true, "promote", "12", {"", "", "", "not captain"}, 500, "Unable to promote Team Builder player: not captain", {R"(promoteToCaptainV1 {"slotId":2})"}},
+        {"kick refused", true, "kick", "13", {"", "", "", "not captain"}, 500, "Unable to kick Team Builder player", {R"(kickPlayerV1 {"slotId":3})"}},
+        {"kicked", true, "kick", "13", {"tbdGameDtoV1", JsonOf(InLobby("lobby-1", 3, 2))}, 200, "", {R"(kickPlayerV1 {"slotId":3})"}},
+        // clang-format on
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(std::string(c.name) + " " + c.action);
@@ -310,6 +262,8 @@ TEST_F(LobbyActionsTest, BodiesThatDoNotConvertNeverReachTheService) {
         {kAccept, R"("x1")"},
         {"/qel-lobby-team-builder/v1/position-preferences", R"({"firstPreference":[1]})"},
         {"/qel-lobby-team-builder/v1/lobby/members/abc/kick", ""},
+        {"/qel-lobby-team-builder/v1/matchmaking/search", R"({"token":1})"},
+        {"/qel-lobby-team-builder/v1/matchmaking/search", "[1]"},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(std::string(c.uri) + " " + c.body);

@@ -97,56 +97,13 @@ TEST(MatchmakingActionsTableTest, AnswersOfTheQueueAndReadyCheckCalls) {
         const char* payload;
         Strings events;
     } cases[] = {
-        {"leave",
-         "DELETE",
-         kSearch,
-         "",
-         "leaveMatchmakingV1",
-         {"tbdGameDtoV1", JsonOf(Premade(4, Slots(2)))},
-         200,
-         "",
-         "<empty>",
-         {"Update countdown", "Update matchmaking"}},
-        {"leave answered with another status",
-         "DELETE",
-         kSearch,
-         "",
-         "leaveMatchmakingV1",
-         {"tbdGameDtoV1", JsonOf(Premade(4, Slots(2))), "NOT_IN_QUEUE"},
-         200,
-         "",
-         "<empty>",
-         {}},
-        {"leave failed",
-         "DELETE",
-         kSearch,
-         "",
-         "leaveMatchmakingV1",
-         {"callFailedV1", "{}"},
-         500,
-         "Failed to leave team builder matchmaking: methodName=callFailedV1, status=OK",
-         "<empty>",
-         {}},
-        {"abandon",
-         "POST",
-         kAbandon,
-         R"("qg")",
-         "abandonQuitguardLowPriorityQueueV1",
-         {"anythingV1", "{}"},
-         200,
-         "",
-         R"({"accessTokenStr":"qg"})",
-         {}},
-        {"abandon failed",
-         "POST",
-         kAbandon,
-         R"("qg")",
-         "abandonQuitguardLowPriorityQueueV1",
-         {"", "", "", "offline"},
-         500,
-         "Failed to leave team builder low priority queue: offline",
-         R"({"accessTokenStr":"qg"})",
-         {}},
+        // clang-format off
+        {"leave", "DELETE", kSearch, "", "leaveMatchmakingV1", {"tbdGameDtoV1", JsonOf(Premade(4, Slots(2)))}, 200, "", "<empty>", {"Update countdown", "Update matchmaking"}},
+        {"leave answered with another status", "DELETE", kSearch, "", "leaveMatchmakingV1", {"tbdGameDtoV1", JsonOf(Premade(4, Slots(2))), "NOT_IN_QUEUE"}, 200, "", "<empty>", {}},
+        {"leave failed", "DELETE", kSearch, "", "leaveMatchmakingV1", {"callFailedV1", "{}"}, 500, "Failed to leave team builder matchmaking: methodName=callFailedV1, status=OK", "<empty>", {}},
+        {"abandon", "POST", kAbandon, R"("qg")", "abandonQuitguardLowPriorityQueueV1", {"anythingV1", "{}"}, 200, "", R"({"accessTokenStr":"qg"})", {}},
+        {"abandon failed", "POST", kAbandon, R"("qg")", "abandonQuitguardLowPriorityQueueV1", {"", "", "", "offline"}, 500, "Failed to leave team builder low priority queue: offline", R"({"accessTokenStr":"qg"})", {}},
+        // clang-format on
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
@@ -208,16 +165,6 @@ TEST_F(MatchmakingActionsTest, ReadyCheckAnswersNeedTheReadyCheckPhase) {
     EXPECT_EQ(
         Call("GET", "/qel-lobby-team-builder/v1/lobby/countdown").body.Field("counter").AsSigned(),
         5);
-}
-
-TEST_F(MatchmakingActionsTest, TokensThatAreNotTextAreRefused) {
-    Enter({Premade(1, Slots(2)), Premade(2, Slots(2))});
-    for (const char* body : {R"({"token":1})", "[1]"}) {
-        SCOPED_TRACE(body);
-        const TestHost::CallResult result = Call("POST", kSearch, body);
-        EXPECT_EQ(result.status, 400);
-    }
-    EXPECT_EQ(service_.Sent(), Strings{});
 }
 
 }  // namespace

@@ -4,11 +4,10 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
-#include <deque>
 #include <string>
 #include <utility>
 
-#include "tests/teambuilder/support/TeamBuilderHost.h"
+#include "tests/teambuilder/support/ServiceScript.h"
 
 namespace Orvan::Client::LobbyTeamBuilder::Testing {
 namespace {
@@ -16,30 +15,21 @@ namespace {
 using namespace std::chrono_literals;
 
 constexpr const char* kLoginUri = "/qel-login/v1/session";
-constexpr const char* kUuidRequests = "/qel-login/v1/service-proxy-uuid-requests";
 constexpr const char* kTemporary = "Error: TEMPORARY_ERROR_CONSIDER_RETRY (busy)";
 
 class ReconnectTest : public ::testing::Test {
 protected:
-    struct Answer {
-        std::string payload;
-        std::string error;
-    };
+    void SetUp() override { host_.Change(kLoginUri, "Create", Session(false)); }
 
-    void SetUp() override {
-        // The login plugin hands out uuids and the service answers on the
-        // host's next turn, while the plugin waits.
-        host_.Host().OnRequest("POST", kUuidRequests, [this](const TestHost::Request&) {
-            const std::string uuid = "u" + std::to_string(++requests_);
-            Answer answer = answers_.empty() ? Answer{"", "no answer prepared"} : answers_.front();
-            if (!answers_.empty()) {
-                answers_.pop_front();
-            }
-            host_.Host().Emit("OnServiceProxyUuidEvent",
-                              ServiceMessage("tbdGameDtoV1", answer.payload, uuid, answer.error));
-            return TestHost::Reply::Body(BindingProperty(uuid));
-        });
-        host_.Change(kLoginUri, "Create", Session(false));
+    // The next retrieval answers with this DTO payload or fails with `error`.
+    void Answer(std::string payload, std::string error = {}) {
+        service_.Answer("retrieveLatestTbdGameDtoV1",
+                        {"tbdGameDtoV1", std::move(payload), "OK", std::move(error)});
+    }
+    // Retrievals made so far.
+    size_t Requests() {
+        requests_ += service_.Sent().size();
+        return requests_;
     }
 
     static LoginSession Session(bool connected) {
@@ -67,22 +57,22 @@ protected:
     size_t Retries() { return host_.Host().PendingDelayedCalls(); }
 
     TeamBuilderHost host_;
-    std::deque<Answer> answers_;
-    int requests_ = 0;
+    ServiceScript service_{host_};
+    size_t requests_ = 0;
 };
 
 TEST_F(ReconnectTest, TheRetrievedDtoIsApplied) {
     Reconnect();  // nothing stored: nothing retrieved
-    EXPECT_EQ(requests_, 0);
+    EXPECT_EQ(Requests(), 0u);
     host_.Push(Premade(1, Slots(2)));
     host_.Change(kLoginUri, "Update", Session(true));  // no change of connection
-    EXPECT_EQ(requests_, 0);
+    EXPECT_EQ(Requests(), 0u);
     host_.Change(kLoginUri, "Update", Session(false));
     host_.TakeLobbyEvents();
     TeamBuilderLogs();
-    answers_.push_back({JsonOf(Premade(2, Slots(3))), ""});
+    Answer(JsonOf(Premade(2, Slots(3))));
     host_.Change(kLoginUri, "Update", Session(true));
-    ASSERT_EQ(requests_, 1);
+    ASSERT_EQ(Requests(), 1u);
     const TestHost::Request& request = host_.Host().Requests().back();
     ASSERT_EQ(request.arguments.size(), 4u);
     EXPECT_EQ(request.arguments[0].GetString(), "teambuilder-draft");
@@ -90,8 +80,8 @@ TEST_F(ReconnectTest, TheRetrievedDtoIsApplied) {
     EXPECT_EQ(request.arguments[3].GetString(), "");
 
     EXPECT_EQ(TeamBuilderLogs(), (Strings{"3 Successfully retrieved latest TB dto on reconnect."}));
-    EXPECT_EQ(host_.TakeLobbyEvents(), (Strings{"Update lobby", "Update countdown", "Update countdown",
-                                           "Update matchmaking"}));
+    EXPECT_EQ(host_.TakeLobbyEvents(), (Strings{"Update lobby", "Update countdown",
+                                                "Update countdown", "Update matchmaking"}));
     EXPECT_EQ(Retries(), 0u);
 }
 
@@ -100,7 +90,7 @@ TEST_F(ReconnectTest, TheLocalPlayerDodgedWhenTheReconnectDtoLeavesChampionSelec
         host_.Push(dto);
     }
     host_.TakeLobbyEvents();
-    answers_.push_back({JsonOf(Premade(4, Slots(3))), ""});
+    Answer(JsonOf(Premade(4, Slots(3))));
     Reconnect();
     const Strings events = host_.TakeLobbyEvents();
     ASSERT_FALSE(events.empty());
@@ -122,12 +112,12 @@ TEST_F(ReconnectTest, TemporaryErrorsAreRetriedEveryThreeSeconds) {
     host_.Push(Premade(1, Slots(2)));
     TeamBuilderLogs();
     for (int i = 0; i < 3; ++i) {
-        answers_.push_back({"", kTemporary});
+        Answer("", kTemporary);
     }
-    answers_.push_back({JsonOf(Premade(2, Slots(2))), ""});
+    Answer(JsonOf(Premade(2, Slots(2))));
 
     host_.Change(kLoginUri, "Update", Session(true));
-    EXPECT_EQ(requests_, 1);
+    EXPECT_EQ(Requests(), 1u);
     ASSERT_EQ(Retries(), 1u);
     const std::vector<TestHost::HostCall> scheduled = host_.Host().CallsTo(5);
     ASSERT_FALSE(scheduled.empty());
@@ -135,12 +125,12 @@ TEST_F(ReconnectTest, TemporaryErrorsAreRetriedEveryThreeSeconds) {
               "qel-lobby-team-builder.retrieve-latest-tbd-game-dto");
 
     host_.Host().Advance(2900ms);
-    EXPECT_EQ(requests_, 1);
+    EXPECT_EQ(Requests(), 1u);
     host_.Host().Advance(100ms);
-    EXPECT_EQ(requests_, 2);
+    EXPECT_EQ(Requests(), 2u);
     host_.Host().Advance(3s);
     host_.Host().Advance(3s);
-    EXPECT_EQ(requests_, 4);
+    EXPECT_EQ(Requests(), 4u);
     EXPECT_EQ(Retries(), 0u);
     // Temporary errors are not worth a warning.
     EXPECT_EQ(TeamBuilderLogs(), (Strings{"3 Successfully retrieved latest TB dto on reconnect."}));
@@ -149,22 +139,24 @@ TEST_F(ReconnectTest, TemporaryErrorsAreRetriedEveryThreeSeconds) {
 TEST_F(ReconnectTest, OtherErrorsAreRetriedOncePerReconnection) {
     host_.Push(Premade(1, Slots(2)));
     TeamBuilderLogs();
-    answers_ = {{"", "Error: SERVICE_DOWN"}, {"", "Error: SERVICE_DOWN"}, {"[1]", ""}};
+    Answer("", "Error: SERVICE_DOWN");
+    Answer("", "Error: SERVICE_DOWN");
+    Answer("[1]");
 
     host_.Change(kLoginUri, "Update", Session(true));
     EXPECT_EQ(Retries(), 1u);
     host_.Host().Advance(3s);
-    EXPECT_EQ(requests_, 2);
+    EXPECT_EQ(Requests(), 2u);
     EXPECT_EQ(Retries(), 0u);
     host_.Host().Advance(60s);
-    EXPECT_EQ(requests_, 2);
+    EXPECT_EQ(Requests(), 2u);
     EXPECT_EQ(TeamBuilderLogs(), (Strings{"1 Failed to get latest TB dto: Error: SERVICE_DOWN",
                                           "1 Failed to get latest TB dto: Error: SERVICE_DOWN"}));
 
     // A payload that is not a DTO fails like any error; a new reconnection
     // starts a new series with its own retry.
     Reconnect();
-    EXPECT_EQ(requests_, 3);
+    EXPECT_EQ(Requests(), 3u);
     const Strings logs = TeamBuilderLogs();
     ASSERT_EQ(logs.size(), 1u);
     EXPECT_EQ(

@@ -32,21 +32,6 @@ void SignIn(TeamBuilderHost& host, uint64_t summonerId) {
     host.Change("/qel-login/v1/session", "Create", session);
 }
 
-TEST(RemovalFromServiceTest, KickedShowsTheReasonBeforeTheLobbyGoes) {
-    TeamBuilderHost host;
-    host.Push(Premade(1, Slots(2)));
-    host.Push(Premade(2, Slots(2)));
-    ServiceScript::LobbyEvents(host);
-    PushMessage(host, "removedFromServiceV1", JsonOf(Removal("KICKED")));
-    EXPECT_EQ(ServiceScript::LobbyEvents(host),
-              (Strings{"Update lobby", "Update countdown", "Delete lobby", "Delete matchmaking"}));
-    EXPECT_TRUE(host.Published()[0].Field("wasKicked").GetBool());
-    EXPECT_EQ(host.Published()[0].Field("removalReason").GetString(), "Kicked");
-    EXPECT_EQ(host.Published()[0].Field("invitationId").GetString(), "lobby-1");
-    EXPECT_EQ(host.Published()[1].Field("counter").AsSigned(), 2);
-    EXPECT_EQ(host.Host().Call("GET", "/qel-lobby-team-builder/v1/lobby").status, 404);
-}
-
 TEST(RemovalFromServiceTest, EachReasonTellsTheLobbyAndTheSearchWhatHappened) {
     const struct {
         RemovedFromServiceV1 message;
@@ -56,6 +41,7 @@ TEST(RemovalFromServiceTest, EachReasonTellsTheLobbyAndTheSearchWhatHappened) {
         // fields that differ from a default search; empty: none.
         const char* search;
     } cases[] = {
+        {Removal("KICKED"), 0, "Kicked", ""},
         {Removal("QUIT"), 0, "Left", ""},
         {Removal("GROUP_DISBANDED"), 0, "Disbanded", ""},
         {Removal("TIMEOUT"), 0, "Timeout", ""},
@@ -98,7 +84,8 @@ TEST(RemovalFromServiceTest, EachReasonTellsTheLobbyAndTheSearchWhatHappened) {
         ASSERT_EQ(ServiceScript::LobbyEvents(host), expected);
         const BindingProperty& lobby = host.Published()[search.empty() ? 0 : 1];
         EXPECT_EQ(lobby.Field("removalReason").GetString(), c.removalReason);
-        EXPECT_FALSE(lobby.Field("wasKicked").GetBool());
+        EXPECT_EQ(lobby.Field("wasKicked").GetBool(), c.message.reason == "KICKED");
+        EXPECT_EQ(host.Host().Call("GET", "/qel-lobby-team-builder/v1/lobby").status, 404);
         if (!search.empty()) {
             const BindingProperty& published = host.Published()[0];
             const std::string field = search.substr(0, search.find('='));

@@ -1,5 +1,6 @@
-// What the plugin registers with the host: the subscriptions of its start, in
-// order, and the sixteen lobby routes with their arguments.
+// What the plugin registers with the host at its start: the subscriptions, in
+// order, and no service call. The routes are exercised by the operations'
+// own tests.
 #include <gtest/gtest.h>
 
 #include <string>
@@ -51,55 +52,6 @@ TEST(WiringTest, StartSubscribesSettingsMessagesAndSessionsInOrder) {
         EXPECT_EQ(request.path.find("service-proxy-uuid-requests"), std::string::npos);
         EXPECT_EQ(request.path.find("service-proxy-method-requests"), std::string::npos);
     }
-}
-
-TEST(WiringTest, LobbyRoutesAreRegisteredWithTheirArguments) {
-    TeamBuilderHost plugin;
-    TestHost& host = plugin.Host();
-    const struct {
-        const char* method;
-        const char* uri;
-        const char* body;
-        uint16_t status;
-    } routes[] = {
-        {"GET", "/qel-lobby-team-builder/v1/lobby", "", 404},
-        {"GET", "/qel-lobby-team-builder/v1/tb-enabled-features", "", 503},
-        {"POST", "/qel-lobby-team-builder/v1/lobby", R"({"queueId":420})", 500},
-        {"POST", "/qel-lobby-team-builder/v1/position-preferences",
-         R"({"firstPreference":"TOP","secondPreference":"MIDDLE"})", 500},
-        {"POST", "/qel-lobby-team-builder/v2/position-preferences",
-         R"({"firstPreference":"TOP","secondPreference":"MIDDLE","excludedPreference":"BOTTOM"})",
-         500},
-        {"DELETE", "/qel-lobby-team-builder/v1/lobby", "", 200},
-        {"POST", "/qel-lobby-team-builder/v1/invitations/accept",
-         R"({"invitationMetaData":{"groupFinderId":"g1"}})", 500},
-        {"POST", "/qel-lobby-team-builder/v1/lobby/members/12/promote", "", 400},
-        {"POST", "/qel-lobby-team-builder/v1/lobby/members/12/kick", "", 400},
-        {"GET", "/qel-lobby-team-builder/v1/lobby/countdown", "", 404},
-        {"GET", "/qel-lobby-team-builder/v1/matchmaking", "", 200},
-        {"POST", "/qel-lobby-team-builder/v1/matchmaking/search", R"("token-1")", 500},
-        {"DELETE", "/qel-lobby-team-builder/v1/matchmaking/search", "", 500},
-        {"POST", "/qel-lobby-team-builder/v1/matchmaking/low-priority-queue/abandon",
-         R"("token-1")", 500},
-        {"POST", "/qel-lobby-team-builder/v1/ready-check/accept", "", 500},
-        {"POST", "/qel-lobby-team-builder/v1/ready-check/decline", "", 500},
-    };
-    for (const auto& route : routes) {
-        SCOPED_TRACE(std::string(route.method) + " " + route.uri);
-        const TestHost::CallResult result =
-            host.Call(route.method, route.uri, std::string(route.body));
-        EXPECT_TRUE(result.endpointFound);
-        EXPECT_EQ(result.status, route.status);
-        // Without a service behind the proxy, the operations refuse or fail
-        // their calls on their own terms.
-        EXPECT_NE(result.error, "Not implemented");
-    }
-    // A body that does not convert never reaches the operation.
-    const TestHost::CallResult bad =
-        host.Call("POST", "/qel-lobby-team-builder/v1/lobby", std::string(R"({"queueId":"soon"})"));
-    EXPECT_TRUE(bad.failed);
-    EXPECT_NE(bad.error, "Not implemented");
-    EXPECT_FALSE(host.Call("PUT", "/qel-lobby-team-builder/v1/lobby").endpointFound);
 }
 
 }  // namespace
