@@ -1,6 +1,6 @@
 // What the plugin registers with the host at its start: the subscriptions, in
-// order, and no service call. The routes are exercised by the operations'
-// own tests.
+// order, and no service call; the help it gives. The routes are exercised by
+// the operations' own tests.
 #include <gtest/gtest.h>
 
 #include <string>
@@ -52,6 +52,19 @@ TEST(WiringTest, StartSubscribesSettingsMessagesAndSessionsInOrder) {
         EXPECT_EQ(request.path.find("service-proxy-uuid-requests"), std::string::npos);
         EXPECT_EQ(request.path.find("service-proxy-method-requests"), std::string::npos);
     }
+}
+
+// The help the host asks for lists the routes' functions and the records.
+TEST(WiringTest, HelpDescribesThePlugin) {
+    TeamBuilderHost plugin;
+    TestHost::CallOptions options;
+    options.functionName = "Help";
+    const TestHost::CallResult help = plugin.Host().Call("CALL", "", options);
+    ASSERT_TRUE(help.endpointFound);
+    EXPECT_EQ(help.status, 200);
+    EXPECT_NE(help.json.find(R"("name":"GetQelLobbyTeamBuilderV1Matchmaking")"), std::string::npos);
+    EXPECT_NE(help.json.find(R"("name":"QelLobbyTeamBuilderMatchmakingSearchResource")"),
+              std::string::npos);
 }
 
 }  // namespace
