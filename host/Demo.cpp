@@ -530,6 +530,8 @@ Poll Demo::PlayChampSelect() {
                      std::string(kChamp) + "/session/my-selection", body, true)) {
                 return Poll::Failed;
             }
+            // The call republished the session: what we read of it is gone.
+            return Poll::Pending;
         }
         if (const Value* trades = S::Member(session, "trades");
             trades != nullptr && trades->IsArray()) {
@@ -549,6 +551,7 @@ Poll Demo::PlayChampSelect() {
                                  "/accept")) {
                         return Poll::Failed;
                     }
+                    return Poll::Pending;
                 }
             }
         }

@@ -113,8 +113,7 @@ void HostRuntime::Destroy(uint32_t plugin) {
     if (slot == nullptr || slot->destroyed) {
         return;
     }
-    const PluginLoadRecord& record = slot->library->Record();
-    record.callbacks->DestroyModule(record.module);
+    slot->library->ReleaseModule();
     slot->destroyed = true;
     // Nothing may reach the module any more.
     registrations_.erase(std::remove_if(registrations_.begin(), registrations_.end(),

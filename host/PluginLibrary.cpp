@@ -196,6 +196,21 @@ std::unique_ptr<PluginLibrary> PluginLibrary::Enter(std::unique_ptr<PluginLibrar
     return library;
 }
 
+PluginLibrary::~PluginLibrary() {
+    ReleaseModule();
+}
+
+void PluginLibrary::ReleaseModule() {
+    if (record_.module == nullptr || record_.callbacks == nullptr ||
+        record_.callbacks->DestroyModule == nullptr) {
+        return;
+    }
+    record_.callbacks->DestroyModule(record_.module);
+    record_.module = nullptr;
+    record_.apiDescriptor = nullptr;
+    record_.shortName = nullptr;
+}
+
 std::string PluginLibrary::ShortName() const {
     return record_.shortName != nullptr ? record_.shortName : "";
 }

@@ -44,6 +44,15 @@ public:
                                                     const PluginLoadOptions& options,
                                                     std::string& error);
 
+    // Destroys a module that was never released (a load nothing attached).
+    ~PluginLibrary();
+    PluginLibrary(const PluginLibrary&) = delete;
+    PluginLibrary& operator=(const PluginLibrary&) = delete;
+
+    // Destroys the module the entry created, once. The descriptor and the
+    // short name lie in the module's memory, so they are gone afterwards too.
+    void ReleaseModule();
+
     const PluginLoadRecord& Record() const { return record_; }
     const std::string& Path() const { return path_; }
     const std::string& EntryName() const { return entryName_; }
