@@ -18,6 +18,7 @@
 #include "framework/log/Log.h"
 #include "framework/resources/ResourceEvents.h"
 #include "teambuilder/champselect/ChampSelectResources.h"
+#include "teambuilder/champselect/DecimalPrefix.h"
 #include "teambuilder/lobby/LobbyTeamBuilderPlugin.h"
 
 namespace Orvan::Client::LobbyTeamBuilder {
@@ -44,25 +45,12 @@ constexpr int64_t kMaxCeremonyMillis = int64_t{1} << 40;
 // read up to the first other character; a key without digits is 0. Saturates
 // instead of overflowing, which keeps any such key out of the valid range.
 int64_t LeadingDecimal(std::string_view text) {
-    size_t at = 0;
-    while (at < text.size() && (text[at] == ' ' || (text[at] >= '\t' && text[at] <= '\r'))) {
-        ++at;
+    const DecimalPrefix prefix = ReadDecimalPrefix(text);
+    if (prefix.overflow) {
+        return prefix.negative ? std::numeric_limits<int64_t>::min()
+                               : std::numeric_limits<int64_t>::max();
     }
-    bool negative = false;
-    if (at < text.size() && (text[at] == '+' || text[at] == '-')) {
-        negative = text[at] == '-';
-        ++at;
-    }
-    constexpr int64_t kLimit = std::numeric_limits<int64_t>::max() / 10 - 1;
-    int64_t number = 0;
-    for (; at < text.size() && text[at] >= '0' && text[at] <= '9'; ++at) {
-        if (number > kLimit) {
-            return negative ? std::numeric_limits<int64_t>::min()
-                            : std::numeric_limits<int64_t>::max();
-        }
-        number = number * 10 + (text[at] - '0');
-    }
-    return negative ? -number : number;
+    return prefix.negative ? -prefix.magnitude : prefix.magnitude;
 }
 
 std::string LowerAscii(std::string_view text) {

@@ -9,6 +9,7 @@
 
 #include "framework/resources/ResourceEvents.h"
 #include "teambuilder/champselect/ChampSelectResources.h"
+#include "teambuilder/champselect/DecimalPrefix.h"
 #include "teambuilder/lobby/LobbyTeamBuilderPlugin.h"
 
 namespace Orvan::Client::LobbyTeamBuilder {
@@ -27,33 +28,17 @@ constexpr uint32_t kBadInventoryStatus = 500;
 // conversion reads it: leading white space and a sign allowed, trailing text
 // ignored.
 Maybe<int32_t> ChampionIdOf(std::string_view text) {
-    size_t at = 0;
-    while (at < text.size() && (text[at] == ' ' || (text[at] >= '\t' && text[at] <= '\r'))) {
-        ++at;
-    }
-    bool negative = false;
-    if (at < text.size() && (text[at] == '+' || text[at] == '-')) {
-        negative = text[at] == '-';
-        ++at;
-    }
-    const size_t digits = at;
-    // One past the int32 range either way; checked as the digits come in.
-    constexpr int64_t kLimit = int64_t{1} << 31;
-    int64_t magnitude = 0;
-    bool outOfRange = false;
-    for (; at < text.size() && text[at] >= '0' && text[at] <= '9'; ++at) {
-        if (!outOfRange) {
-            magnitude = magnitude * 10 + (text[at] - '0');
-            outOfRange = magnitude > kLimit;
-        }
-    }
-    if (at == digits) {
+    const DecimalPrefix prefix = ReadDecimalPrefix(text);
+    if (!prefix.hasDigits) {
         return Failure("invalid stoi argument", kBadInventoryStatus);
     }
-    if (outOfRange || (!negative && magnitude == kLimit)) {
+    // One past the int32 range either way.
+    constexpr int64_t kLimit = int64_t{1} << 31;
+    if (prefix.overflow || prefix.magnitude > kLimit ||
+        (!prefix.negative && prefix.magnitude == kLimit)) {
         return Failure("stoi argument out of range", kBadInventoryStatus);
     }
-    return static_cast<int32_t>(negative ? -magnitude : magnitude);
+    return static_cast<int32_t>(prefix.negative ? -prefix.magnitude : prefix.magnitude);
 }
 
 std::vector<int32_t> Sorted(std::vector<int32_t> ids) {
