@@ -15,29 +15,18 @@
 #include <string>
 #include <vector>
 
-#include "framework/binding/BindingTypeRegistry.h"
-#include "framework/binding/NativeConversion.h"
-#include "framework/codec/Json.h"
-#include "framework/host/HostValueConversion.h"
+#include "bench/teambuilder/PushedDtos.h"
+#include "framework/binding/BindingProperty.h"
 #include "teambuilder/lobby/LobbyRecords.h"
-#include "teambuilder/lobby/RegisterTypes.h"
-#include "tests/support/TestHost.h"
 
 namespace {
 
 using namespace Orvan::Client::LobbyTeamBuilder;
 using namespace Orvan::Client::LobbyTeamBuilder::Api;
+using Orvan::Bench::DtoPayload;
+using Orvan::Bench::emittedEvents;
+using Orvan::Bench::PushedDtos;
 using Orvan::Framework::BindingProperty;
-using Orvan::Testing::TestHost;
-
-const Orvan::Framework::BindingTypeRegistry& Types() {
-    static const auto* registry = [] {
-        auto* r = new Orvan::Framework::BindingTypeRegistry();
-        RegisterTeamBuilderTypes(*r);
-        return r;
-    }();
-    return *registry;
-}
 
 // A full five-member lobby as the service sends it; `members` of them present.
 std::string LobbyPayload(int members) {
@@ -71,50 +60,8 @@ std::string LobbyPayload(int members) {
         premade.draftSlots.push_back(slot);
     }
     dto.premadeState = premade;
-    auto value = Orvan::Framework::ConvertToProperty(Types(), dto);
-    if (!value) {
-        std::abort();
-    }
-    return Orvan::Framework::WriteJson(*value, &Types());
+    return DtoPayload(dto);
 }
-
-uint64_t emitted = 0;
-void QEL_HOST_CALL CountEvent(HostApi*, HostEvent*) {
-    ++emitted;
-}
-void QEL_HOST_CALL IgnoreLog(HostApi*, uint32_t, const char*) {}
-
-// The plugin loaded and started by the test host, whose event recording is
-// replaced by a counter so that only the plugin's work is measured.
-class PushedDtos {
-public:
-    explicit PushedDtos(const std::vector<std::string>& payloads) {
-        host_.Load();
-        host_.Start();
-        host_.Functions()->EmitEvent = &CountEvent;
-        host_.Functions()->WriteLog = &IgnoreLog;
-        for (const std::string& payload : payloads) {
-            BindingProperty message;
-            message.MutableField("uuid").SetString("");
-            message.MutableField("serviceName").SetString("teambuilder-draft");
-            message.MutableField("methodName").SetString("tbdGameDtoV1");
-            message.MutableField("payload").SetString(payload);
-            message.MutableField("status").SetString("OK");
-            message.MutableField("error").SetString("");
-            messages_.push_back(std::make_unique<Orvan::Framework::OwnedHostValue>());
-            if (!Orvan::Framework::ToHostValue(message, messages_.back()->Get())) {
-                std::abort();
-            }
-        }
-    }
-    void Push(size_t index) {
-        host_.DeliverRaw("OnServiceProxyAsyncEvent", messages_[index]->Get());
-    }
-
-private:
-    TestHost host_;
-    std::vector<std::unique_ptr<Orvan::Framework::OwnedHostValue>> messages_;
-};
 
 void BM_RapidJsonParse(benchmark::State& state) {
     const std::string payload = LobbyPayload(5);
@@ -132,12 +79,12 @@ void BM_IntakeSteadyLobby(benchmark::State& state) {
     PushedDtos dtos({payload});
     dtos.Push(0);
     dtos.Push(0);
-    emitted = 0;
+    emittedEvents = 0;
     for (auto _ : state) {
         dtos.Push(0);
     }
-    state.counters["events"] =
-        benchmark::Counter(static_cast<double>(emitted) / 2, benchmark::Counter::kAvgIterations);
+    state.counters["events"] = benchmark::Counter(static_cast<double>(emittedEvents) / 2,
+                                                  benchmark::Counter::kAvgIterations);
     state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * payload.size()));
 }
 BENCHMARK(BM_IntakeSteadyLobby);
@@ -147,14 +94,14 @@ void BM_IntakeChangedLobby(benchmark::State& state) {
     PushedDtos dtos(payloads);
     dtos.Push(0);
     dtos.Push(1);
-    emitted = 0;
+    emittedEvents = 0;
     size_t next = 0;
     for (auto _ : state) {
         dtos.Push(next);
         next ^= 1;
     }
-    state.counters["events"] =
-        benchmark::Counter(static_cast<double>(emitted) / 2, benchmark::Counter::kAvgIterations);
+    state.counters["events"] = benchmark::Counter(static_cast<double>(emittedEvents) / 2,
+                                                  benchmark::Counter::kAvgIterations);
     state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * payloads[0].size()));
 }
 BENCHMARK(BM_IntakeChangedLobby);
