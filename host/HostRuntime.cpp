@@ -180,7 +180,7 @@ void HostRuntime::After(double seconds, std::string label, std::function<void()>
 
 bool HostRuntime::Turn() {
     ++turns_;
-    bool worked = false;
+    bool worked = pump_ != nullptr && pump_->Poll();
     // Events queued while delivering wait for the next turn.
     size_t count = queue_.size();
     while (count-- > 0 && !queue_.empty()) {
@@ -218,8 +218,38 @@ bool HostRuntime::Idle(double until) {
     if (delayed_.empty()) {
         return false;
     }
-    clock_.AdvanceTo(std::min(delayed_.begin()->first.first, until));
+    const double target = std::min(delayed_.begin()->first.first, until);
+    if (pump_ != nullptr && !clock_.Instant()) {
+        pump_->WaitFor(std::min((target - Now()) / clock_.Speed(), 0.1));
+    } else {
+        clock_.AdvanceTo(target);
+    }
     return true;
+}
+
+std::optional<double> HostRuntime::NextDue() const {
+    if (delayed_.empty()) {
+        return std::nullopt;
+    }
+    return delayed_.begin()->first.first;
+}
+
+void HostRuntime::Pause(double maxRealSeconds) {
+    double wait = maxRealSeconds;
+    if (!queue_.empty()) {
+        wait = 0.0;
+    } else if (auto due = NextDue(); due && !clock_.Instant()) {
+        wait = std::min(wait, (*due - Now()) / clock_.Speed());
+    } else if (due) {
+        clock_.AdvanceTo(*due);
+        wait = 0.0;
+    }
+    wait = std::max(wait, 0.0);
+    if (pump_ != nullptr) {
+        pump_->WaitFor(wait);
+    } else if (!clock_.Instant()) {
+        clock_.AdvanceTo(Now() + wait * clock_.Speed(), wait);
+    }
 }
 
 bool HostRuntime::RunUntil(const std::function<bool()>& done, double deadline) {
@@ -377,6 +407,10 @@ void HostRuntime::PutResource(const std::string& owner, const std::string& uri, 
     if (key != "OnJsonApiEvent") {
         Emit("OnJsonApiEvent", payload);
     }
+    for (HostObserver* observer : observers_) {
+        observer->OnHostResource(uri, created ? "Create" : "Update",
+                                 json.empty() ? std::string("null") : json);
+    }
 }
 
 void HostRuntime::DeleteResource(const std::string& uri) {
@@ -390,6 +424,9 @@ void HostRuntime::DeleteResource(const std::string& uri) {
     if (key != "OnJsonApiEvent") {
         Emit("OnJsonApiEvent", payload);
     }
+    for (HostObserver* observer : observers_) {
+        observer->OnHostResource(uri, "Delete", "null");
+    }
 }
 
 std::optional<std::string> HostRuntime::Resource(const std::string& uri) const {
@@ -398,6 +435,14 @@ std::optional<std::string> HostRuntime::Resource(const std::string& uri) const {
         return std::nullopt;
     }
     return found->second.second;
+}
+
+std::map<std::string, std::string> HostRuntime::Resources() const {
+    std::map<std::string, std::string> all;
+    for (const auto& [uri, entry] : resources_) {
+        all.emplace(uri, entry.second);
+    }
+    return all;
 }
 
 // ---- Requests -----------------------------------------------------------------------------------

@@ -63,6 +63,22 @@ public:
     virtual void OnWait(uint32_t /*plugin*/, const std::string& /*label*/, bool /*begins*/) {}
     virtual void OnDelayedCall(uint32_t /*plugin*/, const std::string& /*label*/,
                                double /*delaySeconds*/) {}
+    // A stand-in's resource changed and was announced ("Create", "Update" or
+    // "Delete"; `json` is "null" for a deletion).
+    virtual void OnHostResource(const std::string& /*uri*/, const std::string& /*eventType*/,
+                                const std::string& /*json*/) {}
+};
+
+// Outside work the host serves between its own: a network server, say. The
+// runtime polls it on every turn, nested turns of a waiting plugin included,
+// and waits on it instead of sleeping when it has nothing due.
+class HostPump {
+public:
+    virtual ~HostPump() = default;
+    // Runs what is ready without blocking; true when it did anything.
+    virtual bool Poll() = 0;
+    // Blocks until something is ready or `realSeconds` have passed.
+    virtual void WaitFor(double realSeconds) = 0;
 };
 
 // The six counters of a module's memory statistics.
@@ -124,6 +140,12 @@ public:
     // nothing is left to happen (false).
     bool RunUntil(const std::function<bool()>& done, double deadline);
     void RunFor(double seconds);
+    // The clock reading at which the next delayed work is due, if any.
+    std::optional<double> NextDue() const;
+    // Lets real time pass until the next due work (at most `maxRealSeconds`),
+    // waiting on the pump when there is one.
+    void Pause(double maxRealSeconds);
+    void SetPump(HostPump* pump) { pump_ = pump; }
     size_t QueuedEvents() const { return queue_.size(); }
     size_t ScheduledCalls() const { return delayed_.size(); }
     uint64_t Turns() const { return turns_; }
@@ -146,6 +168,8 @@ public:
                      bool announce = true);
     void DeleteResource(const std::string& uri);
     std::optional<std::string> Resource(const std::string& uri) const;
+    // Every stored resource: uri -> JSON.
+    std::map<std::string, std::string> Resources() const;
 
     // ---- Requests ------------------------------------------------------------------
     void AddRoute(std::string owner, uint32_t method, std::string templateText,
@@ -233,6 +257,7 @@ private:
     std::vector<HostObserver*> observers_;
     StallHandler stallHandler_;
     double timeLimit_ = 0.0;
+    HostPump* pump_ = nullptr;
 };
 
 }  // namespace Orvan::Host

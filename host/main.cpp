@@ -9,7 +9,12 @@
 
 #include "host/Demo.h"
 #include "host/HostRuntime.h"
+#if __has_include("host/OpenApi.h")
+#include "host/OpenApi.h"
+#define QEL_TMP_OPENAPI 1
+#endif
 #include "host/PluginLibrary.h"
+#include "host/Serve.h"
 #include "host/StandIns.h"
 #include "host/Timeline.h"
 #include "sim/Scenario.h"
@@ -28,6 +33,14 @@ void Usage(std::FILE* out) {
                  "                [-q|-v|-vv] [--malformed SHARE] [--memory] [PLUGIN OPTIONS]\n"
                  "      plays a scenario through the plugin and prints its timeline; exits 0\n"
                  "      only when the scenario reached its expected end\n"
+                 "  qel-host serve [--port N] [--scenario NAME] [--speed FACTOR] [--seed N]\n"
+                 "                 [--allow-origin ORIGIN]... [-q|-v|-vv] [PLUGIN OPTIONS]\n"
+                 "      serves the plugin's REST API and its events on 127.0.0.1 while the\n"
+                 "      scenario's world runs; you are the local player. Prints one line,\n"
+                 "      serving http://127.0.0.1:PORT/?token=TOKEN, and runs until SIGINT\n"
+                 "      or SIGTERM\n"
+                 "  qel-host openapi [PLUGIN OPTIONS]\n"
+                 "      prints the plugin's API as an OpenAPI 3.1 document\n"
                  "  qel-host scenarios          lists the scenarios\n"
                  "  qel-host info [PLUGIN OPTIONS]\n"
                  "      loads the plugin and lists its endpoints, types and events\n"
@@ -48,12 +61,24 @@ void Usage(std::FILE* out) {
                  "  --json          one JSON object per timeline line\n"
                  "  -q, -v, -vv     less detail; the plugin's calls and warnings; everything\n"
                  "  --malformed S   share (0..1) of service answers damaged on purpose\n"
-                 "  --memory        the plugin's memory statistics at the end\n");
+                 "  --memory        the plugin's memory statistics at the end\n"
+                 "\n"
+                 "serve options:\n"
+                 "  --port N              the port on 127.0.0.1 (default 0: a free one)\n"
+                 "  --speed FACTOR        the world's clock (default 1: real time)\n"
+                 "  --allow-origin ORIGIN a web origin besides the gateway's own that may\n"
+                 "                        call it from a browser (repeatable)\n"
+                 "  --token TEXT          a fixed access token (default: a new random one)\n"
+                 "  --idle-timeout S      seconds before an idle connection is closed (30)\n"
+                 "  -q, -v, -vv           the host's timeline on standard error: none,\n"
+                 "                        more, everything (default: the usual lines)\n");
 }
 
 struct Arguments {
     std::vector<std::string> positional;
     DemoOptions demo;
+    ServeOptions serve;
+    bool speedGiven = false;
     std::string contentType = "application/json";
     std::string error;
 };
@@ -95,6 +120,7 @@ Arguments Parse(int argc, char** argv) {
             } else {
                 args.demo.speed = speed;
             }
+            args.speedGiven = true;
         } else if (arg == "--seed") {
             const std::string text = value();
             char* end = nullptr;
@@ -128,6 +154,29 @@ Arguments Parse(int argc, char** argv) {
             if (!ParseVersion(value(), args.demo.plugin)) {
                 args.error = "--core-version needs MAJOR.MINOR.PATCH";
             }
+        } else if (arg == "--port") {
+            const std::string text = value();
+            char* end = nullptr;
+            const unsigned long port = std::strtoul(text.c_str(), &end, 10);
+            if (end == text.c_str() || *end != '\0' || port > 65535) {
+                args.error = "--port needs a number from 0 to 65535";
+            }
+            args.serve.port = static_cast<uint16_t>(port);
+        } else if (arg == "--allow-origin") {
+            args.serve.allowedOrigins.push_back(value());
+        } else if (arg == "--token") {
+            args.serve.token = value();
+            if (args.error.empty() && args.serve.token.empty()) {
+                args.error = "--token needs a non-empty text";
+            }
+        } else if (arg == "--idle-timeout") {
+            const std::string text = value();
+            char* end = nullptr;
+            const double seconds = std::strtod(text.c_str(), &end);
+            if (end == text.c_str() || *end != '\0' || !(seconds > 0.0)) {
+                args.error = "--idle-timeout needs a positive number of seconds";
+            }
+            args.serve.limits.idleSeconds = seconds;
         } else if (arg == "--content-type") {
             args.contentType = value();
         } else if (arg == "-h" || arg == "--help") {
@@ -259,6 +308,28 @@ int main(int argc, char** argv) {
     }
     if (command == "demo") {
         return RunDemo(args.demo).exitCode;
+    }
+    if (command == "serve") {
+        ServeOptions& serve = args.serve;
+        serve.scenario = args.demo.scenario;
+        serve.seed = args.demo.seed;
+        serve.plugin = args.demo.plugin;
+        serve.detail = args.demo.detail;
+        if (args.speedGiven) {
+            if (args.demo.speed <= 0.0) {
+                std::fprintf(stderr,
+                             "qel-host: serve needs a positive --speed (max would let the "
+                             "world's timers run out before anyone could answer)\n");
+                return 2;
+            }
+            serve.speed = args.demo.speed;
+        }
+        return RunServe(serve);
+    }
+    if (command == "openapi") {
+#if QEL_TMP_OPENAPI
+        return PrintOpenApi(args.demo.plugin, stdout);
+#endif
     }
     if (command == "scenarios") {
         return Scenarios();

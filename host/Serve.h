@@ -1,0 +1,45 @@
+// Serve: `qel-host serve`, the stand-in host as a development server. The
+// simulated world of a scenario keeps running (the services, the other
+// players, the timers) while whoever calls the gateway plays the local
+// player: a UI, curl, a test suite.
+//
+// The gateway's event loop runs on the host's thread between host turns and
+// the world's due work, so the plugin is only ever called from that thread.
+//
+// Ownership: a run owns everything it creates. Threads: the calling thread.
+#pragma once
+
+#include <cstdint>
+#include <cstdio>
+#include <string>
+#include <vector>
+
+#include "host/HttpServer.h"
+#include "host/PluginLibrary.h"
+
+namespace Orvan::Host {
+
+struct ServeOptions {
+    std::string scenario = "draft";
+    double speed = 1.0;
+    uint64_t seed = 1;
+    uint16_t port = 0;
+    std::vector<std::string> allowedOrigins;
+    // The host's timeline on standard error; 0 keeps it quiet.
+    int detail = 1;
+    PluginLoadOptions plugin;
+    HttpLimits limits;
+    // A fixed token instead of a random one (tests).
+    std::string token;
+    std::FILE* out = stdout;
+    std::FILE* log = stderr;
+};
+
+// Runs until SIGINT or SIGTERM: 0 after a clean stop, 2 when the plugin does
+// not load or the port cannot be had.
+int RunServe(const ServeOptions& options);
+
+// The console's files beside the program or in the source tree.
+std::string DefaultConsoleFolder();
+
+}  // namespace Orvan::Host
