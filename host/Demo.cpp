@@ -26,7 +26,10 @@
 namespace Orvan::Host {
 
 std::string DefaultPluginPath() {
-    return QEL_HOST_DEFAULT_PLUGIN;
+    const std::string path = QEL_HOST_DEFAULT_PLUGIN;
+    // A bare file name (the Windows build) lies beside the program.
+    return path.find_first_of("/\\") == std::string::npos ? PluginLibrary::ProgramDirectory() + path
+                                                          : path;
 }
 
 namespace {

@@ -5,7 +5,12 @@
 #include <cstring>
 
 #if defined(_WIN32)
+#ifndef WIN32_LEAN_AND_MEAN
+#define WIN32_LEAN_AND_MEAN
+#endif
 #include <windows.h>
+
+#include <cstdlib>
 #else
 #include <dlfcn.h>
 #include <sys/wait.h>
@@ -19,16 +24,160 @@ namespace Orvan::Host {
 namespace {
 
 #if defined(_WIN32)
+std::wstring Wide(const std::string& text) {
+    if (text.empty()) {
+        return {};
+    }
+    const int count =
+        MultiByteToWideChar(CP_UTF8, 0, text.data(), static_cast<int>(text.size()), nullptr, 0);
+    std::wstring wide(static_cast<size_t>(count > 0 ? count : 0), L'\0');
+    if (count > 0) {
+        MultiByteToWideChar(CP_UTF8, 0, text.data(), static_cast<int>(text.size()), wide.data(),
+                            count);
+    }
+    return wide;
+}
+
+std::string SystemMessage(DWORD code) {
+    char* text = nullptr;
+    const DWORD length = FormatMessageA(
+        FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS,
+        nullptr, code, 0, reinterpret_cast<char*>(&text), 0, nullptr);
+    std::string message =
+        length != 0 && text != nullptr ? std::string(text, length) : std::string();
+    LocalFree(text);
+    while (!message.empty() && (message.back() == '\n' || message.back() == '\r' ||
+                                message.back() == ' ' || message.back() == '.')) {
+        message.pop_back();
+    }
+    return (message.empty() ? std::string("system error") : message) + " (error " +
+           std::to_string(code) + ")";
+}
+
 void* OpenLibrary(const std::string& path, std::string& error) {
-    HMODULE module = LoadLibraryA(path.c_str());
+    HMODULE module = LoadLibraryW(Wide(path).c_str());
     if (module == nullptr) {
-        error = "cannot load " + path + " (error " + std::to_string(GetLastError()) + ")";
+        error = SystemMessage(GetLastError());
     }
     return module;
 }
 
 void* FindSymbol(void* library, const std::string& name) {
-    return reinterpret_cast<void*>(GetProcAddress(static_cast<HMODULE>(library), name.c_str()));
+    // A generic function pointer turned into an address; the detour through
+    // void(*)() marks the conversion as intended.
+    return reinterpret_cast<void*>(
+        reinterpret_cast<void (*)()>(GetProcAddress(static_cast<HMODULE>(library), name.c_str())));
+}
+
+std::wstring ProgramPath() {
+    std::wstring path(MAX_PATH, L'\0');
+    for (;;) {
+        const DWORD n = GetModuleFileNameW(nullptr, path.data(), static_cast<DWORD>(path.size()));
+        if (n == 0) {
+            return {};
+        }
+        if (n < path.size()) {
+            path.resize(n);
+            return path;
+        }
+        path.resize(path.size() * 2);
+    }
+}
+
+// One argument of a command line as CommandLineToArgvW and the C runtime
+// split it again: quoted, with backslashes before a quote doubled.
+std::wstring Quoted(const std::wstring& argument) {
+    std::wstring quoted = L"\"";
+    size_t backslashes = 0;
+    for (wchar_t c : argument) {
+        if (c == L'\\') {
+            ++backslashes;
+        } else if (c == L'"') {
+            quoted.append(backslashes * 2 + 1, L'\\');
+            backslashes = 0;
+        } else {
+            quoted.append(backslashes, L'\\');
+            backslashes = 0;
+        }
+        if (c != L'\\') {
+            quoted += c;
+        }
+    }
+    quoted.append(backslashes * 2, L'\\');
+    return quoted + L"\"";
+}
+
+// Runs the entry in a child process: this program again, started with
+// kProbeArgument (see RunProbeChild). Empty when it returned there; else why not.
+std::string ProbeEntry(const std::string& path, const std::string& entryName,
+                       const PluginLoadOptions& options) {
+    const std::wstring program = ProgramPath();
+    if (program.empty()) {
+        return {};  // No probe possible; the real load decides.
+    }
+    std::wstring commandLine = Quoted(program) + L" " + Wide(PluginLibrary::kProbeArgument) + L" " +
+                               Quoted(Wide(path)) + L" " + Quoted(Wide(entryName));
+    for (uint32_t part : {options.major, options.minor, options.patch}) {
+        commandLine += L" " + std::to_wstring(part);
+    }
+
+    SECURITY_ATTRIBUTES inherit{};
+    inherit.nLength = sizeof inherit;
+    inherit.bInheritHandle = TRUE;
+    HANDLE readEnd = nullptr;
+    HANDLE writeEnd = nullptr;
+    if (!CreatePipe(&readEnd, &writeEnd, &inherit, 0)) {
+        return {};
+    }
+    SetHandleInformation(readEnd, HANDLE_FLAG_INHERIT, 0);
+    STARTUPINFOW startup{};
+    startup.cb = sizeof startup;
+    startup.dwFlags = STARTF_USESTDHANDLES;
+    startup.hStdInput = GetStdHandle(STD_INPUT_HANDLE);
+    startup.hStdOutput = writeEnd;
+    startup.hStdError = writeEnd;
+    PROCESS_INFORMATION process{};
+    std::fflush(stdout);
+    std::fflush(stderr);
+    const BOOL started = CreateProcessW(program.c_str(), commandLine.data(), nullptr, nullptr, TRUE,
+                                        0, nullptr, nullptr, &startup, &process);
+    CloseHandle(writeEnd);
+    if (!started) {
+        CloseHandle(readEnd);
+        return {};
+    }
+    std::string report;
+    char buffer[4096];
+    DWORD count = 0;
+    while (ReadFile(readEnd, buffer, sizeof buffer, &count, nullptr) && count > 0) {
+        report.append(buffer, count);
+    }
+    CloseHandle(readEnd);
+    WaitForSingleObject(process.hProcess, INFINITE);
+    DWORD status = 0;
+    GetExitCodeProcess(process.hProcess, &status);
+    CloseHandle(process.hThread);
+    CloseHandle(process.hProcess);
+    while (!report.empty() && (report.back() == '\n' || report.back() == '\r')) {
+        report.pop_back();
+    }
+    if (status == 0) {
+        return {};
+    }
+    std::string reason;
+    if (status == PluginLibrary::kProbeNoModule) {
+        reason = "the plugin's entry returned without a module";
+    } else if (status >= 0xC0000000u) {
+        char code[16];
+        std::snprintf(code, sizeof code, "0x%08lX", static_cast<unsigned long>(status));
+        reason = std::string("the plugin ended its process while loading (exception ") + code + ")";
+    } else {
+        reason = "the plugin's entry ended its process with status " + std::to_string(status);
+    }
+    if (!report.empty()) {
+        reason += "; its report:\n" + report;
+    }
+    return reason;
 }
 #else
 void* OpenLibrary(const std::string& path, std::string& error) {
@@ -67,7 +216,7 @@ std::string ProbeEntry(PluginLibrary::EntryFunction entry, const PluginLoadOptio
         record.minor = options.minor;
         record.patch = options.patch;
         entry(&record);
-        _exit(record.module != nullptr ? 0 : 3);
+        _exit(record.module != nullptr ? 0 : static_cast<int>(PluginLibrary::kProbeNoModule));
     }
     close(pipeFds[1]);
     std::string report;
@@ -98,7 +247,7 @@ std::string ProbeEntry(PluginLibrary::EntryFunction entry, const PluginLoadOptio
         const char* name = strsignal(signal);
         reason = "the plugin ended its process while loading (signal " + std::to_string(signal) +
                  (name != nullptr ? std::string(", ") + name : std::string()) + ")";
-    } else if (WIFEXITED(status) && WEXITSTATUS(status) == 3) {
+    } else if (WIFEXITED(status) && WEXITSTATUS(status) == PluginLibrary::kProbeNoModule) {
         reason = "the plugin's entry returned without a module";
     } else {
         reason = "the plugin's entry ended its process with status " +
@@ -155,17 +304,73 @@ std::unique_ptr<PluginLibrary> PluginLibrary::Load(const PluginLoadOptions& opti
         error = "the plugin " + options.path + " has no entry named " + library->entryName_;
         return nullptr;
     }
-#if !defined(_WIN32)
     if (options.probe) {
+#if defined(_WIN32)
+        const std::string refusal = ProbeEntry(options.path, library->entryName_, options);
+#else
         const std::string refusal = ProbeEntry(entry, options);
+#endif
         if (!refusal.empty()) {
             error = "the plugin " + options.path + " did not load with core plugin API " +
                     VersionOf(options.major, options.minor, options.patch) + ": " + refusal;
             return nullptr;
         }
     }
-#endif
     return Enter(std::move(library), entry, options, error);
+}
+
+int PluginLibrary::RunProbeChild(int argc, char** argv) {
+#if defined(_WIN32)
+    if (argc != 7 || std::strcmp(argv[1], kProbeArgument) != 0) {
+        return -1;
+    }
+    // No error dialogs: a crash or a refusal is an exit status for the parent.
+    SetErrorMode(SEM_FAILCRITICALERRORS | SEM_NOGPFAULTERRORBOX | SEM_NOOPENFILEERRORBOX);
+    std::string error;
+    void* handle = OpenLibrary(argv[2], error);
+    auto entry =
+        handle != nullptr ? reinterpret_cast<EntryFunction>(FindSymbol(handle, argv[3])) : nullptr;
+    if (entry == nullptr) {
+        return 0;  // The parent reports a missing file or entry itself.
+    }
+    PluginLoadRecord record{};
+    record.major = static_cast<uint32_t>(std::strtoul(argv[4], nullptr, 10));
+    record.minor = static_cast<uint32_t>(std::strtoul(argv[5], nullptr, 10));
+    record.patch = static_cast<uint32_t>(std::strtoul(argv[6], nullptr, 10));
+    entry(&record);
+    std::fflush(nullptr);
+    // The module stays alive: nothing of it may run its destructors here.
+    ExitProcess(record.module != nullptr ? 0 : kProbeNoModule);
+#else
+    (void)argc;
+    (void)argv;
+    return -1;
+#endif
+}
+
+std::string PluginLibrary::ProgramDirectory() {
+#if defined(_WIN32)
+    std::wstring program = ProgramPath();
+    const size_t slash = program.find_last_of(L"\\/");
+    program.resize(slash == std::wstring::npos ? 0 : slash + 1);
+    const int count = WideCharToMultiByte(
+        CP_UTF8, 0, program.data(), static_cast<int>(program.size()), nullptr, 0, nullptr, nullptr);
+    std::string directory(static_cast<size_t>(count > 0 ? count : 0), '\0');
+    if (count > 0) {
+        WideCharToMultiByte(CP_UTF8, 0, program.data(), static_cast<int>(program.size()),
+                            directory.data(), count, nullptr, nullptr);
+    }
+    return directory;
+#else
+    char path[4096];
+    const ssize_t n = readlink("/proc/self/exe", path, sizeof path);
+    if (n <= 0 || static_cast<size_t>(n) >= sizeof path) {
+        return {};
+    }
+    std::string directory(path, static_cast<size_t>(n));
+    directory.resize(directory.rfind('/') + 1);
+    return directory;
+#endif
 }
 
 std::unique_ptr<PluginLibrary> PluginLibrary::FromEntry(EntryFunction entry,

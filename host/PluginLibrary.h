@@ -1,9 +1,11 @@
-// PluginLibrary: loads a plugin's shared object and runs its entry with the
-// core's plugin API version, as the plugin manager does. Before the entry
-// runs in the host's own process it runs once in a throw-away child process
-// (where fork exists), because a plugin that refuses the core's version
-// ends the process it runs in; the host reports that refusal, with the
-// plugin's own report, instead of dying with it.
+// PluginLibrary: loads a plugin's shared object (a DLL through LoadLibraryW on
+// Windows) and runs its entry with the core's plugin API version, as the
+// plugin manager does. Before the entry runs in the host's own process it
+// runs once in a throw-away child process (a fork here; on Windows this
+// program started again with kProbeArgument, see RunProbeChild), because a
+// plugin that refuses the core's version ends the process it runs in; the
+// host reports that refusal, with the plugin's own report, instead of dying
+// with it.
 //
 // Ownership: the shared object stays mapped for the life of the process (a
 // module's code must outlive every pointer the host keeps into it).
@@ -27,7 +29,7 @@ struct PluginLoadOptions {
     uint32_t major = 18;
     uint32_t minor = 0;
     uint32_t patch = 0;
-    // Run the entry in a child process first (ignored where fork is missing).
+    // Run the entry in a child process first.
     bool probe = true;
 };
 
@@ -64,6 +66,18 @@ public:
     uint32_t EventCount() const;
 
     static std::string DefaultEntryName(const std::string& path);
+    // The folder of the running program, with its trailing separator.
+    static std::string ProgramDirectory();
+
+    // The first argument that makes the program a probe child:
+    //   PROGRAM --probe-plugin-entry PATH ENTRY MAJOR MINOR PATCH
+    static constexpr const char* kProbeArgument = "--probe-plugin-entry";
+    // The probe child's status when the entry returned without a module (3
+    // is taken: it is abort()'s status on Windows).
+    static constexpr uint32_t kProbeNoModule = 4;
+    // Called first by main: in a probe child (Windows only) runs the entry and
+    // ends the process with 0 or kProbeNoModule; otherwise returns -1.
+    static int RunProbeChild(int argc, char** argv);
 
 private:
     PluginLibrary() = default;

@@ -296,6 +296,9 @@ int Request(const Arguments& args) {
 }  // namespace
 
 int main(int argc, char** argv) {
+    if (const int probeStatus = PluginLibrary::RunProbeChild(argc, argv); probeStatus >= 0) {
+        return probeStatus;
+    }
     Arguments args = Parse(argc, argv);
     if (!args.error.empty()) {
         std::fprintf(stderr, "qel-host: %s (see qel-host --help)\n", args.error.c_str());

@@ -1,17 +1,30 @@
 #!/usr/bin/env bash
 # Installs what is missing, then builds and runs every test twice: a normal
 # build with warnings as errors, and an AddressSanitizer + UBSan build.
-# Also compiles the host ABI header for i386 so its layout assertions run.
+# Also builds the framework and the plugin for 32-bit Linux, so the host
+# records' i386 layout assertions and every other 32-bit fault fail the
+# build, and runs the Windows stage (scripts/test-windows.sh).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 scripts/setup.sh
+
+# stage NAME COMMAND...: runs one stage and prints how long it took.
+stage() {
+  local name=$1 start
+  shift
+  start=$(date +%s)
+  "$@"
+  echo "== $name took $(( $(date +%s) - start ))s"
+}
 
 echo "== i386 layout check of the host ABI header"
 if [ -f framework/host/HostAbi.h ]; then
   printf '#include "framework/host/HostAbi.h"\nint main(){return 0;}\n' > /tmp/qel-abi-m32.c
   gcc -m32 -std=c11 -Wall -Werror -I. -c /tmp/qel-abi-m32.c -o /tmp/qel-abi-m32.o
-  g++ -m32 -std=c++20 -Wall -Werror -I. -x c++ -c /tmp/qel-abi-m32.c -o /tmp/qel-abi-m32.o
 fi
+
+echo "== 32-bit Linux build of the framework and the plugin (warnings as errors)"
+stage "32-bit Linux build" scripts/build-i386.sh
 
 echo "== release build (warnings as errors)"
 scripts/build.sh release -DQEL_WERROR=ON
@@ -25,3 +38,6 @@ if [ -x scripts/fuzz.sh ] && [ "${QEL_SKIP_FUZZ:-0}" != 1 ]; then
   echo "== fuzzers"
   scripts/fuzz.sh "${QEL_FUZZ_SECONDS:-60}"
 fi
+
+echo "== Windows: cross build, exports, Wine"
+stage "Windows stage" scripts/test-windows.sh

@@ -61,7 +61,8 @@ public:
     char* CopyText(std::string_view text);
 
 private:
-    struct Block {
+    // Aligned like the slices cut after it, whatever the width of an address.
+    struct alignas(8) Block {
         Block* next;
     };
     static constexpr size_t kFirstBlock = 4096;

@@ -1,7 +1,9 @@
 #include "framework/host/ModuleMemory.h"
 
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <limits>
 
 #include <malloc.h>  // malloc_usable_size (glibc), _msize (Windows)
 
@@ -19,11 +21,15 @@ size_t UsableSize(const void* block) {
 #endif
 }
 
-#if defined(_WIN32)
-size_t AlignedUsableSize(const void* block, size_t alignment) {
-    return _aligned_msize(const_cast<void*>(block), alignment, 0);
+// An aligned block is cut from an ordinary one, and the C runtime's address
+// of that block is stored in the word just below the aligned address. Freeing
+// and counting then need only the aligned address on every runtime (msvcrt.dll
+// has _aligned_malloc but no _aligned_msize to size its blocks).
+void* BaseOfAligned(const void* block) {
+    void* base = nullptr;
+    std::memcpy(&base, static_cast<const char*>(block) - sizeof base, sizeof base);
+    return base;
 }
-#endif
 
 }  // namespace
 
@@ -98,23 +104,23 @@ void* AllocateAligned(size_t size, size_t alignment) {
     if (size == 0) {
         size = 1;
     }
-#if defined(_WIN32)
-    void* block = _aligned_malloc(size, alignment);
-    if (block != nullptr) {
-        gStatistics.RecordAllocation(AlignedUsableSize(block, alignment));
+    if (alignment < alignof(void*)) {
+        alignment = alignof(void*);
     }
-    return block;
-#else
-    if (alignment < sizeof(void*)) {
-        alignment = sizeof(void*);
-    }
-    void* block = nullptr;
-    if (posix_memalign(&block, alignment, size) != 0) {
+    const size_t slack = sizeof(void*) + alignment - 1;
+    if ((alignment & (alignment - 1)) != 0 || size > std::numeric_limits<size_t>::max() - slack) {
         return nullptr;
     }
-    gStatistics.RecordAllocation(UsableSize(block));
+    void* base = std::malloc(size + slack);
+    if (base == nullptr) {
+        return nullptr;
+    }
+    const uintptr_t address = reinterpret_cast<uintptr_t>(base);
+    const uintptr_t aligned = (address + sizeof(void*) + alignment - 1) & ~(alignment - 1);
+    char* block = static_cast<char*>(base) + (aligned - address);
+    std::memcpy(block - sizeof base, &base, sizeof base);
+    gStatistics.RecordAllocation(UsableSize(base));
     return block;
-#endif
 }
 
 void Free(void* block) {
@@ -125,18 +131,13 @@ void Free(void* block) {
     std::free(block);
 }
 
-void FreeAligned(void* block, size_t alignment) {
+void FreeAligned(void* block, size_t /*alignment*/) {
     if (block == nullptr) {
         return;
     }
-#if defined(_WIN32)
-    gStatistics.RecordFree(AlignedUsableSize(block, alignment));
-    _aligned_free(block);
-#else
-    (void)alignment;
-    gStatistics.RecordFree(UsableSize(block));
-    std::free(block);
-#endif
+    void* base = BaseOfAligned(block);
+    gStatistics.RecordFree(UsableSize(base));
+    std::free(base);
 }
 
 void* Reallocate(void* block, size_t size) {

@@ -1,18 +1,17 @@
-// CriticalSection: the lock of the logger and of each log target; stands in
-// for a Win32 critical section (CRITICAL_SECTION), which is re-entrant on the
-// owning thread, so this one is too.
+// CriticalSection: the lock of the logger and of each log target. On Windows
+// it is a Win32 critical section, which is re-entrant on the owning thread;
+// elsewhere a recursive mutex, so the two behave alike.
+//
+// The system's record is kept as opaque storage so that this header, which
+// the logger spreads to most of the framework, never pulls in <windows.h>
+// and its macros (Yield, min, max, ...).
 //
 // Ownership: owned by the object it guards; neither copyable nor movable.
-// Threads: any thread; Lock and Unlock pair on the same thread. Usable with
+// Threads: any thread; lock and unlock pair on the same thread. Usable with
 // std::lock_guard / std::unique_lock (lock, unlock, try_lock).
 #pragma once
 
-#if defined(_WIN32)
-#ifndef WIN32_LEAN_AND_MEAN
-#define WIN32_LEAN_AND_MEAN
-#endif
-#include <windows.h>
-#else
+#if !defined(_WIN32)
 #include <mutex>
 #endif
 
@@ -20,42 +19,22 @@ namespace Orvan::Framework::Platform {
 
 class CriticalSection {
 public:
-#if defined(_WIN32)
-    CriticalSection() {
-        InitializeCriticalSection(&section_);
-    }
-    ~CriticalSection() {
-        DeleteCriticalSection(&section_);
-    }
-    void lock() {
-        EnterCriticalSection(&section_);
-    }
-    void unlock() {
-        LeaveCriticalSection(&section_);
-    }
-    bool try_lock() {
-        return TryEnterCriticalSection(&section_) != 0;
-    }
-#else
-    CriticalSection() = default;
-    ~CriticalSection() = default;
-    void lock() {
-        mutex_.lock();
-    }
-    void unlock() {
-        mutex_.unlock();
-    }
-    bool try_lock() {
-        return mutex_.try_lock();
-    }
-#endif
+    CriticalSection();
+    ~CriticalSection();
+
+    void lock();
+    void unlock();
+    bool try_lock();
 
     CriticalSection(const CriticalSection&) = delete;
     CriticalSection& operator=(const CriticalSection&) = delete;
 
 private:
 #if defined(_WIN32)
-    CRITICAL_SECTION section_;
+    // Six address-wide words hold a CRITICAL_SECTION on i386 (24 bytes) and
+    // on x86-64 (40 bytes); the source file checks it.
+    static constexpr unsigned kStorageSize = sizeof(void*) * 6;
+    alignas(void*) unsigned char storage_[kStorageSize];
 #else
     std::recursive_mutex mutex_;
 #endif

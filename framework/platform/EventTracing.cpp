@@ -4,8 +4,10 @@
 #ifndef WIN32_LEAN_AND_MEAN
 #define WIN32_LEAN_AND_MEAN
 #endif
-#include <evntprov.h>
+// evntprov.h uses the base types of windows.h without including it.
 #include <windows.h>
+
+#include <evntprov.h>
 
 #include <cstring>
 #endif
@@ -20,6 +22,13 @@ using EventRegisterFn = ULONG(WINAPI*)(LPCGUID, PENABLECALLBACK, PVOID, PREGHAND
 using EventWriteFn = ULONG(WINAPI*)(REGHANDLE, PCEVENT_DESCRIPTOR, ULONG, PEVENT_DATA_DESCRIPTOR);
 using EventUnregisterFn = ULONG(WINAPI*)(REGHANDLE);
 
+// GetProcAddress answers with a generic function pointer; the detour through
+// void(*)() marks the conversion to the real signature as intended.
+template <typename Function>
+Function LookUp(HMODULE module, const char* name) {
+    return reinterpret_cast<Function>(reinterpret_cast<void (*)()>(GetProcAddress(module, name)));
+}
+
 // The three functions, looked up once; all null when Advapi32 lacks them.
 struct EventFunctions {
     EventRegisterFn registerFn = nullptr;
@@ -31,9 +40,9 @@ struct EventFunctions {
         if (advapi == nullptr) {
             return;
         }
-        auto r = reinterpret_cast<EventRegisterFn>(GetProcAddress(advapi, "EventRegister"));
-        auto w = reinterpret_cast<EventWriteFn>(GetProcAddress(advapi, "EventWrite"));
-        auto u = reinterpret_cast<EventUnregisterFn>(GetProcAddress(advapi, "EventUnregister"));
+        auto r = LookUp<EventRegisterFn>(advapi, "EventRegister");
+        auto w = LookUp<EventWriteFn>(advapi, "EventWrite");
+        auto u = LookUp<EventUnregisterFn>(advapi, "EventUnregister");
         if (r != nullptr && w != nullptr && u != nullptr) {
             registerFn = r;
             writeFn = w;
@@ -49,11 +58,13 @@ const EventFunctions& Functions() {
 
 }  // namespace
 
-void __stdcall TraceProvider::OnEnable(const void*, unsigned long isEnabled, unsigned char,
-                                       unsigned long long, unsigned long long, void*,
-                                       void* context) {
-    static_cast<TraceProvider*>(context)->enabled_.store(isEnabled != 0, std::memory_order_relaxed);
-}
+struct TraceProviderCallbacks {
+    static void NTAPI OnEnable(LPCGUID, ULONG isEnabled, UCHAR, ULONGLONG, ULONGLONG,
+                               PEVENT_FILTER_DESCRIPTOR, PVOID context) {
+        static_cast<TraceProvider*>(context)->enabled_.store(isEnabled != 0,
+                                                             std::memory_order_relaxed);
+    }
+};
 
 bool TraceProvider::Register() {
     const EventFunctions& f = Functions();
@@ -62,11 +73,10 @@ bool TraceProvider::Register() {
     }
     GUID guid;
     static_assert(sizeof guid == sizeof id_);
-    memcpy(&guid, &id_, sizeof guid);
+    std::memcpy(&guid, &id_, sizeof guid);
     REGHANDLE handle = 0;
     // The system calls OnEnable during registration when a session is already on.
-    if (f.registerFn(&guid, reinterpret_cast<PENABLECALLBACK>(&TraceProvider::OnEnable), this,
-                     &handle) != ERROR_SUCCESS) {
+    if (f.registerFn(&guid, &TraceProviderCallbacks::OnEnable, this, &handle) != ERROR_SUCCESS) {
         return false;
     }
     handle_ = handle;

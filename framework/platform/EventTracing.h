@@ -49,11 +49,9 @@ public:
     const TraceGuid& Id() const { return id_; }
 
 private:
-#if defined(_WIN32)
-    static void __stdcall OnEnable(const void* sourceId, unsigned long isEnabled,
-                                   unsigned char level, unsigned long long anyKeyword,
-                                   unsigned long long allKeyword, void* filter, void* context);
-#endif
+    // The system's enable callback, whose signature needs the system's types,
+    // so it lives in the source file.
+    friend struct TraceProviderCallbacks;
 
     TraceGuid id_;
     uint64_t handle_ = 0;

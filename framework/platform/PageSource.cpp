@@ -4,6 +4,9 @@
 #include <new>
 
 #ifdef _WIN32
+#ifndef WIN32_LEAN_AND_MEAN
+#define WIN32_LEAN_AND_MEAN
+#endif
 #include <windows.h>
 #else
 #include <sys/mman.h>
@@ -15,9 +18,18 @@ namespace {
 // One reservation straight from the system, aligned to at least a page.
 void* ReserveFromSystem(size_t size) {
 #ifdef _WIN32
-    // The allocation granularity of VirtualAlloc is 64 KiB, so the block is
-    // aligned to every page inside it.
-    return VirtualAlloc(nullptr, size, MEM_RESERVE | MEM_COMMIT, PAGE_READWRITE);
+    // The address space is reserved at the allocation granularity (64 KiB),
+    // so the block is aligned to every page inside it; committing is a second
+    // step that can fail on its own when the commit limit is reached.
+    void* block = VirtualAlloc(nullptr, size, MEM_RESERVE, PAGE_NOACCESS);
+    if (block == nullptr) {
+        return nullptr;
+    }
+    if (VirtualAlloc(block, size, MEM_COMMIT, PAGE_READWRITE) == nullptr) {
+        VirtualFree(block, 0, MEM_RELEASE);
+        return nullptr;
+    }
+    return block;
 #else
     void* block = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
     return block == MAP_FAILED ? nullptr : block;

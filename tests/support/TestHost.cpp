@@ -1,6 +1,13 @@
 #include "tests/support/TestHost.h"
 
+#if defined(_WIN32)
+#ifndef WIN32_LEAN_AND_MEAN
+#define WIN32_LEAN_AND_MEAN
+#endif
+#include <windows.h>
+#else
 #include <dlfcn.h>
+#endif
 
 #include <algorithm>
 #include <cstdio>
@@ -193,12 +200,23 @@ TestHost::~TestHost() {
 
 const PluginLoadRecord& TestHost::Load(uint32_t major, uint32_t minor, uint32_t patch) {
     // Loaded once and kept: a process never unloads the plugin mid-run.
+#if defined(_WIN32)
+    static HMODULE library = LoadLibraryA(PluginLibraryPath());
+    if (library == nullptr) {
+        std::fprintf(stderr, "TestHost: cannot load %s: error %lu\n", PluginLibraryPath(),
+                     static_cast<unsigned long>(GetLastError()));
+        std::abort();
+    }
+    auto entry = reinterpret_cast<EntryFunction>(
+        reinterpret_cast<void (*)()>(GetProcAddress(library, "load_qel_lobby_team_builder")));
+#else
     static void* library = dlopen(PluginLibraryPath(), RTLD_NOW | RTLD_LOCAL);
     if (library == nullptr) {
         std::fprintf(stderr, "TestHost: cannot load %s: %s\n", PluginLibraryPath(), dlerror());
         std::abort();
     }
     auto entry = reinterpret_cast<EntryFunction>(dlsym(library, "load_qel_lobby_team_builder"));
+#endif
     if (entry == nullptr) {
         std::fprintf(stderr, "TestHost: %s has no entry\n", PluginLibraryPath());
         std::abort();
