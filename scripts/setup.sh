@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
-# Installs the Debian packages the build needs, only those that are missing.
-# Quiet when everything is present; runs apt-get update only when it must install.
+# Installs the Debian packages the build needs, and the pinned Node packages of
+# the OpenAPI check into build/node, only those that are missing. Quiet when
+# everything is present; runs apt-get update only when it must install.
 #
 #   scripts/setup.sh            the Linux build, its tests, benchmarks and fuzzers
 #   scripts/setup.sh windows    also the i686 mingw-w64 cross compilers and the
@@ -51,6 +52,29 @@ missing=()
 for p in "${packages[@]}"; do
   installed "$p" || missing+=("$p")
 done
+# Node runs the OpenAPI validator; Debian's only where the machine has none.
+command -v npm >/dev/null 2>&1 || missing+=(nodejs npm)
+
+# The independent validator of the host's OpenAPI document and the JSON Schema
+# compiler its check uses, pinned, in a folder git ignores; installed when one
+# is missing or at another version.
+node_packages=("@seriousme/openapi-schema-validator@2.11.0" "ajv@8.20.0")
+node_folder="$(cd "$(dirname "$0")/.." && pwd)/build/node"
+install_node_packages() {
+  command -v npm >/dev/null 2>&1 || { echo "setup: npm is missing; the OpenAPI check will be skipped"; return 0; }
+  local p name version
+  for p in "${node_packages[@]}"; do
+    name="${p%@*}" version="${p##*@}"
+    if ! grep -qs "\"version\": *\"$version\"" "$node_folder/node_modules/$name/package.json"; then
+      echo "setup: installing ${node_packages[*]} into build/node"
+      mkdir -p "$node_folder"
+      npm install --prefix "$node_folder" --save-exact --no-audit --no-fund --loglevel=error \
+        "${node_packages[@]}" >/dev/null ||
+        echo "setup: npm install failed; the OpenAPI check will be skipped"
+      return 0
+    fi
+  done
+}
 need_update=0
 if [[ " $* " == *" windows "* ]] && ! has_deb_src; then
   add_deb_src
@@ -60,7 +84,10 @@ if [[ " $* " == *" wine "* ]] && ! dpkg --print-foreign-architectures | grep -qx
   $sudo dpkg --add-architecture i386
   need_update=1
 fi
-[ ${#missing[@]} -eq 0 ] && [ $need_update -eq 0 ] && exit 0
+if [ ${#missing[@]} -eq 0 ] && [ $need_update -eq 0 ]; then
+  install_node_packages
+  exit 0
+fi
 
 # One index that fails (the i386 lists of a mirror have been seen out of step
 # with their signed checksums) must not stop the packages the others offer.
@@ -75,6 +102,7 @@ done
 if [ ${#base[@]} -gt 0 ]; then
   DEBIAN_FRONTEND=noninteractive $sudo apt-get install -y -qq --no-install-recommends "${base[@]}" >/dev/null
 fi
+install_node_packages
 if [ ${#wine[@]} -gt 0 ]; then
   log=/tmp/qel-apt-wine.log
   if ! DEBIAN_FRONTEND=noninteractive $sudo apt-get install -y -qq --no-install-recommends \
