@@ -4,6 +4,40 @@
 
 #include "host/HttpServer.h"
 
+#include <algorithm>
+#include <cctype>
+
+namespace Orvan::Host {
+
+namespace {
+
+bool SameName(std::string_view a, std::string_view b) {
+    return a.size() == b.size() && std::equal(a.begin(), a.end(), b.begin(), [](char x, char y) {
+               return std::tolower(static_cast<unsigned char>(x)) ==
+                      std::tolower(static_cast<unsigned char>(y));
+           });
+}
+
+}  // namespace
+
+std::string HttpRequestIn::Header(std::string_view name) const {
+    for (const auto& [key, value] : headers) {
+        if (SameName(key, name)) {
+            return value;
+        }
+    }
+    return {};
+}
+
+bool HttpRequestIn::HasHeader(std::string_view name) const {
+    return std::any_of(headers.begin(), headers.end(),
+                       [&](const auto& header) { return SameName(header.first, name); });
+}
+
+}  // namespace Orvan::Host
+
+#if QEL_HOST_GATEWAY
+
 #include <boost/asio/ip/tcp.hpp>
 #include <boost/asio/signal_set.hpp>
 #include <boost/asio/steady_timer.hpp>
@@ -29,13 +63,6 @@ using ErrorCode = beast::error_code;
 
 namespace {
 
-bool SameName(std::string_view a, std::string_view b) {
-    return a.size() == b.size() && std::equal(a.begin(), a.end(), b.begin(), [](char x, char y) {
-               return std::tolower(static_cast<unsigned char>(x)) ==
-                      std::tolower(static_cast<unsigned char>(y));
-           });
-}
-
 std::chrono::steady_clock::duration Seconds(double seconds) {
     return std::chrono::duration_cast<std::chrono::steady_clock::duration>(
         std::chrono::duration<double>(std::max(seconds, 0.0)));
@@ -54,20 +81,6 @@ HttpRequestIn ToRequestIn(const http::request<http::string_body>& request) {
 }
 
 }  // namespace
-
-std::string HttpRequestIn::Header(std::string_view name) const {
-    for (const auto& [key, value] : headers) {
-        if (SameName(key, name)) {
-            return value;
-        }
-    }
-    return {};
-}
-
-bool HttpRequestIn::HasHeader(std::string_view name) const {
-    return std::any_of(headers.begin(), headers.end(),
-                       [&](const auto& header) { return SameName(header.first, name); });
-}
 
 std::string_view HttpReason(unsigned status) {
     const auto text = http::obsolete_reason(static_cast<http::status>(status));
@@ -632,3 +645,21 @@ std::unique_ptr<HttpServer> HttpServer::Listen(HttpHandler& handler, uint16_t po
 }
 
 }  // namespace Orvan::Host
+
+#else  // built without Boost
+
+namespace Orvan::Host {
+
+std::string_view HttpReason(unsigned) {
+    return "Unknown";
+}
+
+std::unique_ptr<HttpServer> HttpServer::Listen(HttpHandler&, uint16_t, HttpLimits,
+                                               std::string& error) {
+    error = "this qel-host was built without its gateway (no Boost headers for the target)";
+    return nullptr;
+}
+
+}  // namespace Orvan::Host
+
+#endif

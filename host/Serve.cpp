@@ -6,10 +6,7 @@
 #include "host/Gateway.h"
 #include "host/HostJson.h"
 #include "host/HostRuntime.h"
-#if __has_include("host/OpenApi.h")
 #include "host/OpenApi.h"
-#define QEL_TMP_OPENAPI 1
-#endif
 #include "host/StandIns.h"
 #include "host/Timeline.h"
 #include "sim/Catalog.h"
@@ -107,7 +104,6 @@ int RunServe(const ServeOptions& options) {
     gatewayOptions.limits = options.limits;
     gatewayOptions.consoleFolder = DefaultConsoleFolder();
     GatewayPages pages;
-#if QEL_TMP_OPENAPI
     pages.openApi = [&]() -> std::string {
         std::string reason;
         std::optional<std::string> help = FetchApiHelp(runtime, reason);
@@ -124,11 +120,13 @@ int RunServe(const ServeOptions& options) {
         }
         return text;
     };
-#endif
     pages.world = [&] { return WorldJson(options, services, clock); };
     pages.called = [&](const RestRequest& request, const RestReply& reply) {
         timeline.Rest("you", request, reply);
     };
+    if (options.observer != nullptr) {
+        runtime.AddObserver(options.observer);
+    }
     Gateway gateway(runtime, gatewayOptions, pages);
     if (!gateway.Listen(error)) {
         std::fprintf(options.log, "qel-host: %s\n", error.c_str());
@@ -139,19 +137,28 @@ int RunServe(const ServeOptions& options) {
     gateway.Server().OnStopSignal([&] { stopping = true; });
     std::fprintf(options.out, "serving %s\n", gateway.Url().c_str());
     std::fflush(options.out);
+    if (options.listening) {
+        options.listening(gateway.Port(), gatewayOptions.token);
+    }
+    auto stopped = [&] {
+        return stopping || (options.stop != nullptr && options.stop->load());
+    };
 
     // Requests are answered here, outside any plugin call; host turns (and
     // the plugin's own waits) keep the sockets moving in between.
-    while (!stopping) {
+    while (!stopped()) {
         bool worked = gateway.DispatchQueued();
         worked = runtime.Turn() || worked;
         gateway.Tick();
-        if (!worked && !stopping) {
+        if (!worked && !stopped()) {
             runtime.Pause(0.05);
         }
     }
     runtime.Destroy(plugin);
     runtime.RemoveObserver(&timeline);
+    if (options.observer != nullptr) {
+        runtime.RemoveObserver(options.observer);
+    }
     std::fprintf(options.log, "qel-host: stopped\n");
     return 0;
 }

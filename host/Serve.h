@@ -9,8 +9,10 @@
 // Ownership: a run owns everything it creates. Threads: the calling thread.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <cstdio>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -33,6 +35,12 @@ struct ServeOptions {
     std::string token;
     std::FILE* out = stdout;
     std::FILE* log = stderr;
+    // For a server run inside another program (benchmarks): told the port
+    // and token once it listens, and stops when the flag turns true.
+    std::function<void(uint16_t port, const std::string& token)> listening;
+    const std::atomic<bool>* stop = nullptr;
+    // Told of every host observer event, on the server's thread.
+    HostObserver* observer = nullptr;
 };
 
 // Runs until SIGINT or SIGTERM: 0 after a clean stop, 2 when the plugin does

@@ -9,10 +9,7 @@
 
 #include "host/Demo.h"
 #include "host/HostRuntime.h"
-#if __has_include("host/OpenApi.h")
 #include "host/OpenApi.h"
-#define QEL_TMP_OPENAPI 1
-#endif
 #include "host/PluginLibrary.h"
 #include "host/Serve.h"
 #include "host/StandIns.h"
@@ -330,9 +327,7 @@ int main(int argc, char** argv) {
         return RunServe(serve);
     }
     if (command == "openapi") {
-#if QEL_TMP_OPENAPI
         return PrintOpenApi(args.demo.plugin, stdout);
-#endif
     }
     if (command == "scenarios") {
         return Scenarios();
