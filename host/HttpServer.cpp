@@ -594,13 +594,31 @@ private:
     }
 
     // Ends the connection gracefully: the client reads what was written.
+    // What it is still sending (the rest of a refused body) is read and
+    // dropped for a while, since closing on unread bytes resets the
+    // connection and the client would lose the answer.
     void Shutdown() {
         if (closed_) {
             return;
         }
         ErrorCode ignored;
         stream_.socket().shutdown(tcp::socket::shutdown_send, ignored);
-        Drop();
+        timer_.expires_after(std::chrono::seconds(2));
+        timer_.async_wait([self = Self()](const ErrorCode& ec) {
+            if (!ec) {
+                self->Drop();
+            }
+        });
+        Linger();
+    }
+    void Linger() {
+        stream_.async_read_some(net::buffer(drain_), [self = Self()](const ErrorCode& ec, size_t) {
+            if (ec || self->closed_) {
+                self->Drop();
+                return;
+            }
+            self->Linger();
+        });
     }
 
     void Drop() {
@@ -619,6 +637,7 @@ private:
     std::optional<http::request_parser<http::string_body>> parser_;
     WriteQueue queue_;
     char probe_[1] = {};
+    char drain_[4096] = {};
     bool keepAlive_ = true;
     bool waiting_ = false;
     bool streaming_ = false;
