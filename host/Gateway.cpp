@@ -344,6 +344,9 @@ HttpResponseOut Gateway::CallHost(const HttpRequestIn& request, std::string_view
             rest.contentType = "application/json";
         }
     }
+    if (pages_.calling) {
+        pages_.calling(rest);
+    }
     const RestReply reply = runtime_.Route(rest);
     if (pages_.called) {
         pages_.called(rest, reply);

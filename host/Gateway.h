@@ -61,6 +61,7 @@ struct GatewayOptions {
 struct GatewayPages {
     std::function<std::string()> openApi;  // JSON text
     std::function<std::string()> world;    // JSON text
+    std::function<void(const RestRequest&)> calling;
     std::function<void(const RestRequest&, const RestReply&)> called;
 };
 

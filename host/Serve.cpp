@@ -121,6 +121,7 @@ int RunServe(const ServeOptions& options) {
         return text;
     };
     pages.world = [&] { return WorldJson(options, services, clock); };
+    pages.calling = [&](const RestRequest& request) { timeline.RestBegin("you", request); };
     pages.called = [&](const RestRequest& request, const RestReply& reply) {
         timeline.Rest("you", request, reply);
     };
@@ -140,9 +141,7 @@ int RunServe(const ServeOptions& options) {
     if (options.listening) {
         options.listening(gateway.Port(), gatewayOptions.token);
     }
-    auto stopped = [&] {
-        return stopping || (options.stop != nullptr && options.stop->load());
-    };
+    auto stopped = [&] { return stopping || (options.stop != nullptr && options.stop->load()); };
 
     // Requests are answered here, outside any plugin call; host turns (and
     // the plugin's own waits) keep the sockets moving in between.

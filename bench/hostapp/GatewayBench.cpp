@@ -149,11 +149,13 @@ public:
     }
     std::string Request(const std::string& method, const std::string& path,
                         const std::string& token, const std::string& body = {}) const {
-        std::string text = method + " " + path + " HTTP/1.1\r\nHost: 127.0.0.1:" +
-                           std::to_string(port_) + "\r\nAuthorization: Bearer " + token + "\r\n";
+        std::string text = method + " " + path +
+                           " HTTP/1.1\r\nHost: 127.0.0.1:" + std::to_string(port_) +
+                           "\r\nAuthorization: Bearer " + token + "\r\n";
         if (!body.empty()) {
-            text += "Content-Type: application/json\r\nContent-Length: " +
-                    std::to_string(body.size()) + "\r\n";
+            text +=
+                "Content-Type: application/json\r\nContent-Length: " + std::to_string(body.size()) +
+                "\r\n";
         }
         return text + "\r\n" + body;
     }
@@ -370,8 +372,8 @@ double Percentile(std::vector<double>& samples, double share) {
     if (samples.empty()) {
         return 0.0;
     }
-    const size_t index =
-        std::min(samples.size() - 1, static_cast<size_t>(share * static_cast<double>(samples.size())));
+    const size_t index = std::min(samples.size() - 1,
+                                  static_cast<size_t>(share * static_cast<double>(samples.size())));
     std::nth_element(samples.begin(), samples.begin() + static_cast<std::ptrdiff_t>(index),
                      samples.end());
     return samples[index];

@@ -639,6 +639,43 @@ TEST(GatewayServe, SurvivesClientsThatLeaveMidMessageOrSendNonsense) {
     EXPECT_EQ(serve->Stop(2), 0) << "SIGINT stops it cleanly too";
 }
 
+TEST(GatewayServe, RequestsReachThePluginOneAtATimeWhileEventsFlow) {
+    auto serve = Serve({"-v"});
+    ASSERT_NE(serve, nullptr);
+    Follower all(serve->Port());
+    ASSERT_TRUE(all.Open(*serve, "*"));
+    // Both wait inside the plugin for the service; they are sent together on
+    // two connections, so the second arrives while the first waits.
+    const std::string token = serve->Token();
+    const std::string host = serve->Host();
+    RawConnection first(serve->Port());
+    RawConnection second(serve->Port());
+    ASSERT_TRUE(first.Write("POST /qel-lobby-team-builder/v1/lobby?token=" + token +
+                            " HTTP/1.1\r\nHost: " + host +
+                            "\r\nContent-Type: application/json\r\nContent-Length: 14\r\n"
+                            "Connection: close\r\n\r\n{\"queueId\":62}"));
+    ASSERT_TRUE(second.Write("GET /qel-lobby-team-builder/v1/tb-enabled-features?token=" + token +
+                             " HTTP/1.1\r\nHost: " + host + "\r\nConnection: close\r\n\r\n"));
+    EXPECT_EQ(first.ReadAll(10.0).first.rfind("HTTP/1.1 200", 0), 0u);
+    EXPECT_EQ(second.ReadAll(10.0).first.rfind("HTTP/1.1 200", 0), 0u);
+    all.Drain(0.3);
+
+    // The host's timeline: the second call begins only after the first
+    // ended, and the first waited inside the plugin.
+    const std::string log = serve->Log();
+    const size_t created = log.find("you           POST /qel-lobby-team-builder/v1/lobby");
+    const size_t waited = log.find("service call teambuilder-draft.createDraftPremadeV1", created);
+    const size_t answered = log.find("you             ... -> 200", created);
+    const size_t features = log.find("you           GET /qel-lobby-team-builder/v1/tb-enabled");
+    ASSERT_NE(created, std::string::npos) << log;
+    EXPECT_LT(waited, answered) << log;
+    EXPECT_LT(answered, features) << log;
+    // Events published during the first call's waits reached the subscriber.
+    EXPECT_TRUE(std::any_of(all.Events().begin(), all.Events().end(), [](const Event& e) {
+        return !e.snapshot && e.uri == "/qel-lobby-team-builder/v1/matchmaking";
+    }));
+}
+
 TEST(GatewayServe, TheStandInsResourcesCanBeReadAndTheSettingsChanged) {
     auto serve = Serve();
     ASSERT_NE(serve, nullptr);
