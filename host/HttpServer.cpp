@@ -103,6 +103,8 @@ public:
     virtual void OpenStream(HttpResponseOut head) = 0;
     virtual void Send(std::string text) = 0;
     virtual void Close() = 0;
+    // Closes what is past its deadline.
+    virtual void Sweep(std::chrono::steady_clock::time_point) {}
 
 protected:
     ServerImpl& server_;
@@ -112,13 +114,14 @@ protected:
 class ServerImpl final : public HttpServer {
 public:
     ServerImpl(HttpHandler& handler, HttpLimits limits)
-        : handler_(handler), limits_(limits), acceptor_(io_), signals_(io_) {}
+        : handler_(handler), limits_(limits), acceptor_(io_), signals_(io_), sweep_(io_) {}
 
     ~ServerImpl() override {
         closing_ = true;
         ErrorCode ignored;
         acceptor_.close(ignored);
         signals_.cancel(ignored);
+        sweep_.cancel();
         for (auto& [id, connection] : std::map(connections_)) {
             connection->Close();
         }
@@ -147,6 +150,7 @@ public:
         }
         port_ = acceptor_.local_endpoint().port();
         Accept();
+        Sweep();
         return true;
     }
 
@@ -243,6 +247,21 @@ private:
         return found != connections_.end() ? found->second : nullptr;
     }
     void Accept();
+    // One timer for every connection's deadline, a few times per idle time.
+    void Sweep() {
+        const double period = std::clamp(limits_.idleSeconds / 4.0, 0.05, 1.0);
+        sweep_.expires_after(Seconds(period));
+        sweep_.async_wait([this](const ErrorCode& ec) {
+            if (ec || closing_) {
+                return;
+            }
+            const auto now = std::chrono::steady_clock::now();
+            for (auto& [id, connection] : std::map(connections_)) {
+                connection->Sweep(now);
+            }
+            Sweep();
+        });
+    }
     void WaitForSignal() {
         signals_.async_wait([this](const ErrorCode& ec, int) {
             if (ec) {
@@ -260,6 +279,7 @@ private:
     net::io_context io_{1};
     tcp::acceptor acceptor_;
     net::signal_set signals_;
+    net::steady_timer sweep_;
     std::function<void()> stop_;
     uint16_t port_ = 0;
     std::chrono::steady_clock::time_point lastActivity_;
@@ -397,9 +417,11 @@ private:
 };
 
 class HttpConnection final : public Connection {
+    using Steady = std::chrono::steady_clock;
+
 public:
     HttpConnection(ServerImpl& server, uint64_t id, tcp::socket socket)
-        : Connection(server, id), timer_(socket.get_executor()), stream_(std::move(socket)) {}
+        : Connection(server, id), stream_(std::move(socket)) {}
 
     void Start() { Read(); }
 
@@ -432,7 +454,7 @@ public:
         }
         text += "Connection: close\r\n\r\n";
         text += head.body;
-        timer_.cancel();
+        deadline_ = Steady::time_point::max();
         Send(std::move(text));
         // Anything the client sends now, or its close, ends the stream.
         stream_.async_read_some(net::buffer(probe_),
@@ -474,23 +496,31 @@ private:
 
     // The connection's own deadline rather than the stream's: the stream's
     // closes the socket, and a request that stalled halfway deserves its 408.
+    // The server's sweep enforces it, so setting one costs no timer call.
     void Deadline() {
         timedOut_ = false;
-        timer_.expires_after(Seconds(server_.Limits().idleSeconds));
-        timer_.async_wait([self = Self()](const ErrorCode& ec) {
-            if (!ec && !self->closed_) {
-                self->timedOut_ = true;
-                ErrorCode ignored;
-                self->stream_.socket().cancel(ignored);
-            }
-        });
+        deadline_ = Steady::now() + Seconds(server_.Limits().idleSeconds);
+    }
+
+    void Sweep(Steady::time_point now) override {
+        if (closed_ || now < deadline_) {
+            return;
+        }
+        if (lingering_) {
+            Drop();
+            return;
+        }
+        timedOut_ = true;
+        deadline_ = Steady::time_point::max();
+        ErrorCode ignored;
+        stream_.socket().cancel(ignored);
     }
 
     void OnRead(const ErrorCode& ec) {
         if (closed_) {
             return;
         }
-        timer_.cancel();
+        deadline_ = Steady::time_point::max();
         if (ec) {
             if (ec == http::error::body_limit) {
                 Fail(413, "The body is larger than " +
@@ -564,7 +594,7 @@ private:
         Deadline();
         http::async_write(stream_, *response,
                           [self = Self(), response, keepAlive](const ErrorCode& ec, size_t) {
-                              self->timer_.cancel();
+                              self->deadline_ = Steady::time_point::max();
                               if (ec || !keepAlive) {
                                   self->Shutdown();
                                   return;
@@ -603,12 +633,8 @@ private:
         }
         ErrorCode ignored;
         stream_.socket().shutdown(tcp::socket::shutdown_send, ignored);
-        timer_.expires_after(std::chrono::seconds(2));
-        timer_.async_wait([self = Self()](const ErrorCode& ec) {
-            if (!ec) {
-                self->Drop();
-            }
-        });
+        lingering_ = true;
+        deadline_ = Steady::now() + std::chrono::seconds(2);
         Linger();
     }
     void Linger() {
@@ -626,12 +652,11 @@ private:
             return;
         }
         closed_ = true;
-        timer_.cancel();
         stream_.close();
         server_.Forget(id_);
     }
 
-    net::steady_timer timer_;
+    Steady::time_point deadline_ = Steady::time_point::max();
     beast::tcp_stream stream_;
     beast::flat_buffer buffer_;
     std::optional<http::request_parser<http::string_body>> parser_;
@@ -643,6 +668,7 @@ private:
     bool streaming_ = false;
     bool closeAfterWrite_ = false;
     bool timedOut_ = false;
+    bool lingering_ = false;
     bool closed_ = false;
 };
 

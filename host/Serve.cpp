@@ -121,10 +121,12 @@ int RunServe(const ServeOptions& options) {
         return text;
     };
     pages.world = [&] { return WorldJson(options, services, clock); };
-    pages.calling = [&](const RestRequest& request) { timeline.RestBegin("you", request); };
-    pages.called = [&](const RestRequest& request, const RestReply& reply) {
-        timeline.Rest("you", request, reply);
-    };
+    if (options.detail > 0) {
+        pages.calling = [&](const RestRequest& request) { timeline.RestBegin("you", request); };
+        pages.called = [&](const RestRequest& request, const RestReply& reply) {
+            timeline.Rest("you", request, reply);
+        };
+    }
     if (options.observer != nullptr) {
         runtime.AddObserver(options.observer);
     }

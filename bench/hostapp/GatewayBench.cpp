@@ -6,11 +6,12 @@
 //
 // The gateway runs in this process on a thread of its own, as `qel-host serve`
 // runs it; the clients are on the benchmark's thread.
-#include <utility>  // before Asio: its awaitable header uses std::exchange
-
 #include <arpa/inet.h>
+#include <fcntl.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
+#include <poll.h>
+#include <sys/epoll.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -18,9 +19,6 @@
 
 #include <algorithm>
 #include <atomic>
-#include <boost/asio/ip/tcp.hpp>
-#include <boost/beast/core.hpp>
-#include <boost/beast/websocket.hpp>
 #include <chrono>
 #include <condition_variable>
 #include <cstdio>
@@ -28,7 +26,9 @@
 #include <memory>
 #include <mutex>
 #include <string>
+#include <string_view>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "host/Demo.h"
@@ -41,9 +41,6 @@
 namespace {
 
 using namespace Orvan::Host;
-namespace net = boost::asio;
-namespace beast = boost::beast;
-namespace websocket = beast::websocket;
 using Clock = std::chrono::steady_clock;
 
 constexpr const char* kLobby = "/qel-lobby-team-builder/v1/lobby";
@@ -276,34 +273,105 @@ void BM_LobbyGetThroughGateway(benchmark::State& state) {
 }
 BENCHMARK(BM_LobbyGetThroughGateway)->UseRealTime();
 
-// Subscribers on one context: each read is timed as it completes.
+// The transport's floor on this machine: a loopback round trip of a request
+// and a lobby-sized answer to a thread that polls for it as the gateway does
+// (briefly, then blocking), with the same blocking client.
+void BM_LoopbackRoundTripFloor(benchmark::State& state) {
+    const int listener = socket(AF_INET, SOCK_STREAM, 0);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t size = sizeof address;
+    bind(listener, reinterpret_cast<sockaddr*>(&address), sizeof address);
+    listen(listener, 1);
+    getsockname(listener, reinterpret_cast<sockaddr*>(&address), &size);
+    std::atomic<bool> stop{false};
+    const std::string answer =
+        "HTTP/1.1 200 OK\r\nContent-Length: 2000\r\n\r\n" + std::string(2000, 'x');
+    std::thread echo([&] {
+        const int fd = accept(listener, nullptr, nullptr);
+        int one = 1;
+        setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &one, sizeof one);
+        fcntl(fd, F_SETFL, fcntl(fd, F_GETFL) | O_NONBLOCK);
+        char buffer[4096];
+        auto last = Clock::now();
+        while (!stop) {
+            const ssize_t got = read(fd, buffer, sizeof buffer);
+            if (got > 0) {
+                if (write(fd, answer.data(), answer.size()) < 0) {
+                    break;
+                }
+                last = Clock::now();
+            } else if (got == 0) {
+                break;
+            } else if (Clock::now() - last > std::chrono::microseconds(300)) {
+                pollfd wait{fd, POLLIN, 0};
+                poll(&wait, 1, 50);
+            }
+        }
+        close(fd);
+    });
+    RawHttp http(ntohs(address.sin_port));
+    const std::string request = http.Request("GET", kLobby, "token");
+    for (auto _ : state) {
+        http.Send(request);
+        if (http.Receive() != 200) {
+            state.SkipWithError("no answer");
+            break;
+        }
+    }
+    stop = true;
+    echo.join();
+    close(listener);
+    state.SetItemsProcessed(state.iterations());
+}
+BENCHMARK(BM_LoopbackRoundTripFloor)->UseRealTime();
+
+// WebSocket subscribers on plain sockets and one epoll set: the handshake and
+// the frames by hand, so that what is timed is the gateway's delivery and not
+// a client library's reading (on this machine a library read costs as much as
+// the gateway's send).
 class Subscribers {
 public:
     Subscribers(uint16_t port, const std::string& token, int count) {
-        for (int i = 0; i < count; ++i) {
-            auto client = std::make_unique<Client>(io_);
-            beast::error_code ec;
-            client->ws.next_layer().connect(
-                net::ip::tcp::endpoint(net::ip::make_address("127.0.0.1"), port), ec);
-            client->ws.set_option(
-                websocket::stream_base::decorator([token](websocket::request_type& request) {
-                    request.set("Authorization", "Bearer " + token);
-                }));
-            client->ws.handshake("127.0.0.1:" + std::to_string(port), "/events", ec);
-            client->ws.write(net::buffer(std::string("{\"subscribe\":\"") + kLobby + "\"}"), ec);
-            beast::flat_buffer ack;
-            client->ws.read(ack, ec);  // the acknowledgement
-            if (ec) {
-                failed_ = true;
+        epoll_ = epoll_create1(0);
+        for (int i = 0; i < count && !failed_; ++i) {
+            auto client = std::make_unique<Client>();
+            client->fd = Connect(port);
+            const std::string upgrade =
+                "GET /events HTTP/1.1\r\nHost: 127.0.0.1:" + std::to_string(port) +
+                "\r\nAuthorization: Bearer " + token +
+                "\r\nUpgrade: websocket\r\nConnection: Upgrade\r\n"
+                "Sec-WebSocket-Key: dGhlIHNhbXBsZSBub25jZQ==\r\nSec-WebSocket-Version: 13\r\n\r\n";
+            failed_ = client->fd < 0 || !WriteAll(client->fd, upgrade);
+            // The reply's head, then frames: a client sends none before it.
+            while (!failed_ && client->pending.find("\r\n\r\n") == std::string::npos) {
+                failed_ = !ReadSome(*client);
+            }
+            if (!failed_) {
+                failed_ =
+                    client->pending.compare(0, 12, "HTTP/1.1 101") != 0 ||
+                    !WriteAll(client->fd, Frame(std::string("{\"subscribe\":\"") + kLobby + "\"}"));
+                client->pending.erase(0, client->pending.find("\r\n\r\n") + 4);
+                fcntl(client->fd, F_SETFL, fcntl(client->fd, F_GETFL) | O_NONBLOCK);
+                epoll_event event{};
+                event.events = EPOLLIN;
+                event.data.ptr = client.get();
+                epoll_ctl(epoll_, EPOLL_CTL_ADD, client->fd, &event);
             }
             clients_.push_back(std::move(client));
         }
+    }
+    ~Subscribers() {
         for (auto& client : clients_) {
-            Read(*client);
+            if (client->fd >= 0) {
+                close(client->fd);
+            }
         }
+        close(epoll_);
     }
     bool Failed() const { return failed_; }
-    // Runs until every subscriber has an event numbered above `after`, or
+    // Reads until every subscriber has an event numbered above `after`, or
     // the deadline; the latencies of those events go to `samples`.
     bool Collect(uint64_t after, EmissionTimes& times, std::vector<double>& samples) {
         const auto deadline = Clock::now() + std::chrono::seconds(5);
@@ -311,10 +379,14 @@ public:
             return std::all_of(clients_.begin(), clients_.end(),
                                [&](const auto& c) { return c->lastSeq > after; });
         };
+        epoll_event ready[64];
         while (!complete() && Clock::now() < deadline) {
-            io_.run_one_until(deadline);
-            if (io_.stopped()) {
-                io_.restart();
+            const int count = epoll_wait(epoll_, ready, 64, 50);
+            for (int i = 0; i < count; ++i) {
+                Client& client = *static_cast<Client*>(ready[i].data.ptr);
+                while (ReadSome(client)) {
+                }
+                Frames(client, Clock::now());
             }
         }
         for (auto& client : clients_) {
@@ -339,31 +411,83 @@ public:
 
 private:
     struct Client {
-        explicit Client(net::io_context& io) : ws(io) {}
-        websocket::stream<net::ip::tcp::socket> ws;
-        beast::flat_buffer buffer;
+        int fd = -1;
+        std::string pending;
         uint64_t lastSeq = 0;
         std::vector<std::pair<uint64_t, Clock::time_point>> arrivals;
     };
-    void Read(Client& client) {
-        client.ws.async_read(client.buffer, [this, &client](beast::error_code ec, size_t) {
-            if (ec) {
+    static int Connect(uint16_t port) {
+        const int fd = socket(AF_INET, SOCK_STREAM, 0);
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_port = htons(port);
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        if (connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) {
+            close(fd);
+            return -1;
+        }
+        return fd;
+    }
+    static bool WriteAll(int fd, const std::string& bytes) {
+        return write(fd, bytes.data(), bytes.size()) == static_cast<ssize_t>(bytes.size());
+    }
+    // A client's text frame; a zero mask leaves the payload as it is.
+    static std::string Frame(const std::string& text) {
+        std::string frame = "\x81";
+        frame += static_cast<char>(0x80 | text.size());
+        frame += std::string(4, '\0');
+        return frame + text;
+    }
+    static bool ReadSome(Client& client) {
+        char chunk[65536];
+        const ssize_t got = read(client.fd, chunk, sizeof chunk);
+        if (got <= 0) {
+            return false;
+        }
+        client.pending.append(chunk, static_cast<size_t>(got));
+        return true;
+    }
+    // Takes the complete frames: the acknowledgement and snapshots are not
+    // events; everything else is timed at `now`.
+    static void Frames(Client& client, Clock::time_point now) {
+        for (;;) {
+            const std::string& p = client.pending;
+            if (p.size() < 2) {
                 return;
             }
-            const auto now = Clock::now();
-            const std::string text = beast::buffers_to_string(client.buffer.data());
-            client.buffer.consume(client.buffer.size());
-            // Snapshots carry the position they were taken at, not an event.
-            if (text.find("\"snapshot\":true") == std::string::npos &&
-                text.compare(0, 7, "{\"seq\":") == 0) {
-                const uint64_t seq = std::stoull(text.substr(7));
+            size_t length = static_cast<unsigned char>(p[1]) & 0x7f;
+            size_t header = 2;
+            if (length == 126) {
+                if (p.size() < 4) {
+                    return;
+                }
+                length = (static_cast<unsigned char>(p[2]) << 8) | static_cast<unsigned char>(p[3]);
+                header = 4;
+            } else if (length == 127) {
+                if (p.size() < 10) {
+                    return;
+                }
+                length = 0;
+                for (int i = 2; i < 10; ++i) {
+                    length = (length << 8) | static_cast<unsigned char>(p[static_cast<size_t>(i)]);
+                }
+                header = 10;
+            }
+            if (p.size() < header + length) {
+                return;
+            }
+            const std::string_view text(p.data() + header, length);
+            if ((p[0] & 0x0f) == 1 && text.find("\"snapshot\":true") == std::string_view::npos &&
+                text.substr(0, 7) == "{\"seq\":") {
+                const uint64_t seq = std::strtoull(text.data() + 7, nullptr, 10);
                 client.lastSeq = seq;
                 client.arrivals.emplace_back(seq, now);
             }
-            Read(client);
-        });
+            client.pending.erase(0, header + length);
+        }
     }
-    net::io_context io_;
+
+    int epoll_ = -1;
     std::vector<std::unique_ptr<Client>> clients_;
     bool failed_ = false;
 };
