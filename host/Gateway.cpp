@@ -207,8 +207,10 @@ std::optional<HttpResponseOut> Gateway::Screen(const HttpRequestIn& request,
     }
     const std::string_view target = request.target;
     const size_t question = target.find('?');
-    const bool health = target.substr(0, question) == "/health";
-    if (!health) {
+    // The health check and the console's static files carry no state.
+    const std::string_view path = target.substr(0, question);
+    const bool open = path == "/health" || path == "/" || path.substr(0, 9) == "/console/";
+    if (!open) {
         std::string given;
         const std::string authorization = request.Header("Authorization");
         if (Lower(authorization.substr(0, 7)) == "bearer ") {

@@ -18,7 +18,8 @@
 // from the same state as an early one.
 //
 // Security: the server answers 127.0.0.1 only, but any page in the user's
-// browser can reach it. Every request but /health needs the run's token; a
+// browser can reach it. Every request but /health and the console's static
+// files (which hold no state) needs the run's token; a
 // Host header that names another host is refused (DNS rebinding); a
 // WebSocket handshake or a state-changing request from a foreign Origin is
 // refused; CORS headers go to allowed origins only.
