@@ -26,13 +26,6 @@ double RealNow() {
         .count();
 }
 
-std::string Lower(std::string_view text) {
-    std::string lower(text);
-    std::transform(lower.begin(), lower.end(), lower.begin(),
-                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-    return lower;
-}
-
 HttpResponseOut Problem(unsigned status, const std::string& detail) {
     HttpResponseOut response;
     response.status = status;
@@ -200,7 +193,7 @@ bool Gateway::DispatchQueued() {
 std::optional<HttpResponseOut> Gateway::Screen(const HttpRequestIn& request,
                                                bool changesState) const {
     const std::string port = std::to_string(Port());
-    const std::string host = Lower(request.Header("Host"));
+    const std::string host = LowerAscii(request.Header("Host"));
     if (host != "127.0.0.1:" + port && host != "localhost:" + port) {
         return Problem(403, host.empty() ? "The request names no Host"
                                          : "The host " + host + " is not served here");
@@ -213,7 +206,7 @@ std::optional<HttpResponseOut> Gateway::Screen(const HttpRequestIn& request,
     if (!open) {
         std::string given;
         const std::string authorization = request.Header("Authorization");
-        if (Lower(authorization.substr(0, 7)) == "bearer ") {
+        if (LowerAscii(authorization.substr(0, 7)) == "bearer ") {
             given = authorization.substr(7);
         } else if (question != std::string_view::npos) {
             for (const auto& [name, value] : QueryPairs(target.substr(question + 1))) {
@@ -239,7 +232,7 @@ std::optional<HttpResponseOut> Gateway::Screen(const HttpRequestIn& request,
 
 bool Gateway::AllowedOrigin(std::string_view origin) const {
     const std::string port = std::to_string(Port());
-    const std::string lower = Lower(origin);
+    const std::string lower = LowerAscii(origin);
     if (lower == "http://127.0.0.1:" + port || lower == "http://localhost:" + port) {
         return true;
     }
@@ -332,7 +325,7 @@ HttpResponseOut Gateway::CallHost(const HttpRequestIn& request, std::string_view
         rest.uri += "?" + kept;
     }
     for (const auto& [name, value] : request.headers) {
-        const std::string lower = Lower(name);
+        const std::string lower = LowerAscii(name);
         if (lower != "authorization" && lower != "cookie") {
             rest.headers.emplace_back(name, value);
         }

@@ -128,13 +128,6 @@ std::string SchemaKey(std::string_view name) {
     return key;
 }
 
-std::string Lower(std::string_view text) {
-    std::string lower(text);
-    std::transform(lower.begin(), lower.end(), lower.begin(),
-                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-    return lower;
-}
-
 // A template's parameters in order, as (name, takes the rest of the path),
 // and the template rewritten into OpenAPI's form: "{+rest}" and "{#part}"
 // become "{rest}" and "{part}", since OpenAPI has no reserved expansion.
@@ -354,7 +347,7 @@ private:
         const std::string name = endpoint.function.name != nullptr ? endpoint.function.name : "";
         const std::string templateText =
             endpoint.urlTemplate != nullptr ? endpoint.urlTemplate : "";
-        const std::string method = Lower(MethodName(endpoint.method));
+        const std::string method = LowerAscii(MethodName(endpoint.method));
         // Direct calls such as "Help" have no path; they are not HTTP routes.
         if (templateText.empty() || method.empty() || endpoint.method == kHostMethodDirectCall) {
             return true;
@@ -479,7 +472,7 @@ private:
         const bool inPath = location == kArgumentLocationPath;
         const bool inHeader = location == kArgumentLocationHeader;
         // The dispatch looks a header argument up by its name in lower case.
-        entry.AddMember("name", Str(inHeader ? Lower(argument.name) : argument.name), a_);
+        entry.AddMember("name", Str(inHeader ? LowerAscii(argument.name) : argument.name), a_);
         entry.AddMember("in", Str(inPath ? "path" : inHeader ? "header" : "query"), a_);
         std::string description = argument.description;
         if (inPath) {

@@ -53,6 +53,14 @@ std::string RestRequest::Argument(size_t index) const {
     return {};
 }
 
+std::string LowerAscii(std::string_view text) {
+    std::string lower(text);
+    for (char& c : lower) {
+        c = c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+    }
+    return lower;
+}
+
 RestReply RestReply::Json(std::string body, uint16_t status) {
     RestReply reply;
     reply.status = status;

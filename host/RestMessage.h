@@ -19,6 +19,8 @@ namespace Orvan::Host {
 std::string_view MethodName(uint32_t method);
 // The code of a method name (case-sensitive; "CALL" is 8), or 0.
 uint32_t MethodCode(std::string_view name);
+// ASCII lower case, for header names and hosts.
+std::string LowerAscii(std::string_view text);
 
 struct RestArgument {
     std::string name;  // empty for a positional argument

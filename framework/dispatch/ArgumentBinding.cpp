@@ -6,6 +6,7 @@
 #include <map>
 #include <string>
 #include <utility>
+#include "framework/dispatch/AsciiCase.h"
 
 #include "framework/binding/MessageFormat.h"
 #include "framework/binding/StaticType.h"
@@ -19,10 +20,6 @@
 namespace Orvan::Framework {
 
 namespace {
-
-char AsciiLower(char c) {
-    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-}
 
 bool StartsWithIgnoringCase(std::string_view text, std::string_view prefix) {
     if (text.size() < prefix.size()) {

@@ -1,5 +1,7 @@
 #include "framework/dispatch/RouteTable.h"
 
+#include "framework/dispatch/AsciiCase.h"
+
 #include <algorithm>
 #include <utility>
 
@@ -26,14 +28,6 @@ std::string_view PatternOf(PathParameterKind kind) {
 
 bool IsNameSeparator(char c) {
     return c == '!' || c == '+' || c == '-' || c == '.' || c == '/' || c == '_';
-}
-
-char AsciiUpper(char c) {
-    return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c;
-}
-
-char AsciiLower(char c) {
-    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
 }
 
 bool AcceptsCallKind(const RouteEntry& route, uint32_t method, std::string_view target) {

@@ -20,6 +20,9 @@ namespace Orvan::Client::LobbyTeamBuilder {
 
 // The game service every team-builder call and message goes to.
 inline constexpr std::string_view kTeamBuilderService = "teambuilder-draft";
+// The answer's method when the service refuses a party member's action for a
+// restriction.
+inline constexpr std::string_view kGatekeeperRestrictedMethod = "gatekeeperRestrictedV2";
 
 // Phases of a team-builder game, as the service spells them in phaseName.
 inline constexpr std::string_view kPhaseDraftPremade = "DRAFT_PREMADE";

@@ -102,7 +102,8 @@ bool LobbyTeamBuilderPlugin::OnStart() {
         kTeamBuilderService, "gameStartFailedV1",
         ServiceProxyHandler(
             [this](const Framework::PluginServiceProxyResponse&) { OnGameStartFailed(); }));
-    RegisterServiceProxyHandler<GatekeeperRestricted>(kTeamBuilderService, "gatekeeperRestrictedV2",
+    RegisterServiceProxyHandler<GatekeeperRestricted>(kTeamBuilderService,
+                                                      kGatekeeperRestrictedMethod,
                                                       [this](const GatekeeperRestricted& message) {
                                                           LogServiceMessage(message);
                                                           OnGatekeeperRestricted(message);

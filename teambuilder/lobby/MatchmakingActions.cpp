@@ -17,7 +17,6 @@ using Framework::Maybe;
 
 namespace {
 
-constexpr std::string_view kGatekeeperRestrictedMethod = "gatekeeperRestrictedV2";
 // Named by the ready-check refusals when there is no game at all.
 constexpr std::string_view kNoPhase = "Not in a phase";
 
