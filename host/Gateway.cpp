@@ -444,7 +444,7 @@ bool Gateway::OpenEventStream(uint64_t connection, const HttpRequestIn& request,
                                                    [&](const std::string& pattern) {
                                                        return Matches(pattern, event.uri);
                                                    })) {
-                Deliver(connection, stored, event.message, event.seq);
+                SendText(connection, stored, *event.message, event.seq);
             }
         }
         return true;
@@ -520,35 +520,29 @@ bool Gateway::Matches(const std::string& pattern, const std::string& uri) {
     return pattern == uri;
 }
 
-void Gateway::SendText(uint64_t connection, Subscriber& subscriber, const std::string& message,
-                       uint64_t seq) {
-    subscriber.lastWrite = RealNow();
-    if (subscriber.webSocket) {
-        server_->Send(connection, message);
-        return;
-    }
+std::string Gateway::StreamFrame(const std::string& message, uint64_t seq) {
     std::string frame;
     frame.reserve(message.size() + 32);
     if (seq != 0) {
         frame += "id: " + std::to_string(seq) + "\n";
     }
-    frame += "data: " + message + "\n\n";
-    server_->Send(connection, std::move(frame));
+    return frame + "data: " + message + "\n\n";
 }
 
-void Gateway::Deliver(uint64_t connection, Subscriber& subscriber, const std::string& message,
-                      uint64_t seq) {
-    SendText(connection, subscriber, message, seq);
+void Gateway::SendText(uint64_t connection, Subscriber& subscriber, const std::string& message,
+                       uint64_t seq) {
+    subscriber.lastWrite = RealNow();
+    server_->Send(connection, subscriber.webSocket ? message : StreamFrame(message, seq));
 }
 
 void Gateway::SendSnapshot(uint64_t connection, Subscriber& subscriber,
                            const std::string& pattern) {
     for (const auto& [uri, data] : current_) {
         if (Matches(pattern, uri)) {
-            Deliver(connection, subscriber,
-                    "{\"seq\":" + std::to_string(seq_) + ",\"uri\":" + QuoteJson(uri) +
-                        ",\"eventType\":\"Create\",\"snapshot\":true,\"data\":" + data + "}",
-                    seq_);
+            SendText(connection, subscriber,
+                     "{\"seq\":" + std::to_string(seq_) + ",\"uri\":" + QuoteJson(uri) +
+                         ",\"eventType\":\"Create\",\"snapshot\":true,\"data\":" + data + "}",
+                     seq_);
         }
     }
 }
@@ -594,15 +588,25 @@ void Gateway::Publish(const std::string& uri, const std::string& eventType,
         current_[uri] = data;
     }
     const uint64_t seq = ++seq_;
-    std::string message = "{\"seq\":" + std::to_string(seq) + ",\"uri\":" + QuoteJson(uri) +
-                          ",\"eventType\":" + QuoteJson(eventType) + ",\"data\":" + data + "}";
+    // Built once for every subscriber: the WebSocket message, and its event
+    // stream frame when a stream wants it.
+    auto message = std::make_shared<const std::string>(
+        "{\"seq\":" + std::to_string(seq) + ",\"uri\":" + QuoteJson(uri) +
+        ",\"eventType\":" + QuoteJson(eventType) + ",\"data\":" + data + "}");
+    std::shared_ptr<const std::string> frame;
+    const double now = RealNow();
     for (auto& [connection, subscriber] : subscribers_) {
-        for (const std::string& pattern : subscriber.patterns) {
-            if (Matches(pattern, uri)) {
-                Deliver(connection, subscriber, message, seq);
-                break;
-            }
+        const bool wanted =
+            std::any_of(subscriber.patterns.begin(), subscriber.patterns.end(),
+                        [&](const std::string& pattern) { return Matches(pattern, uri); });
+        if (!wanted) {
+            continue;
         }
+        subscriber.lastWrite = now;
+        if (!subscriber.webSocket && frame == nullptr) {
+            frame = std::make_shared<const std::string>(StreamFrame(*message, seq));
+        }
+        server_->Send(connection, subscriber.webSocket ? message : frame);
     }
     held_.push_back(HeldEvent{seq, uri, std::move(message)});
     while (held_.size() > options_.heldEvents) {

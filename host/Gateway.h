@@ -105,7 +105,7 @@ private:
     struct HeldEvent {
         uint64_t seq = 0;
         std::string uri;
-        std::string message;  // the JSON sent to subscribers
+        std::shared_ptr<const std::string> message;  // the JSON sent to subscribers
     };
     struct Subscriber {
         bool webSocket = true;
@@ -130,12 +130,12 @@ private:
                          HttpResponseOut& refusal);
 
     void Publish(const std::string& uri, const std::string& eventType, const std::string& data);
-    void Deliver(uint64_t connection, Subscriber& subscriber, const std::string& message,
-                 uint64_t seq);
     void SendSnapshot(uint64_t connection, Subscriber& subscriber, const std::string& pattern);
     void SendText(uint64_t connection, Subscriber& subscriber, const std::string& message,
                   uint64_t seq);
     static bool Matches(const std::string& pattern, const std::string& uri);
+    // The Server-Sent Events form of a message.
+    static std::string StreamFrame(const std::string& message, uint64_t seq);
 
     HostRuntime& runtime_;
     GatewayOptions options_;

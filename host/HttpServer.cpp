@@ -101,7 +101,7 @@ public:
     uint64_t Id() const { return id_; }
     virtual void Respond(HttpResponseOut response) = 0;
     virtual void OpenStream(HttpResponseOut head) = 0;
-    virtual void Send(std::string text) = 0;
+    virtual void Send(std::shared_ptr<const std::string> text) = 0;
     virtual void Close() = 0;
     // Closes what is past its deadline.
     virtual void Sweep(std::chrono::steady_clock::time_point) {}
@@ -166,7 +166,8 @@ public:
             found->OpenStream(std::move(head));
         }
     }
-    void Send(uint64_t connection, std::string text) override {
+    using HttpServer::Send;
+    void Send(uint64_t connection, std::shared_ptr<const std::string> text) override {
         if (auto found = Find(connection)) {
             found->Send(std::move(text));
         }
@@ -294,23 +295,23 @@ private:
 // past the limit.
 class WriteQueue {
 public:
-    bool Push(std::string text, size_t limit) {
-        queuedBytes_ += text.size();
+    bool Push(std::shared_ptr<const std::string> text, size_t limit) {
+        queuedBytes_ += text->size();
         texts_.push_back(std::move(text));
         return queuedBytes_ <= limit;
     }
     bool Busy() const { return busy_; }
     bool Empty() const { return texts_.empty(); }
-    const std::string& Front() const { return texts_.front(); }
+    const std::string& Front() const { return *texts_.front(); }
     void Begin() { busy_ = true; }
     void Done() {
         busy_ = false;
-        queuedBytes_ -= texts_.front().size();
+        queuedBytes_ -= texts_.front()->size();
         texts_.pop_front();
     }
 
 private:
-    std::deque<std::string> texts_;
+    std::deque<std::shared_ptr<const std::string>> texts_;
     size_t queuedBytes_ = 0;
     bool busy_ = false;
 };
@@ -341,7 +342,7 @@ public:
 
     void Respond(HttpResponseOut) override {}
     void OpenStream(HttpResponseOut) override {}
-    void Send(std::string text) override {
+    void Send(std::shared_ptr<const std::string> text) override {
         if (closed_) {
             return;
         }
@@ -455,13 +456,13 @@ public:
         text += "Connection: close\r\n\r\n";
         text += head.body;
         deadline_ = Steady::time_point::max();
-        Send(std::move(text));
+        Send(std::make_shared<const std::string>(std::move(text)));
         // Anything the client sends now, or its close, ends the stream.
         stream_.async_read_some(net::buffer(probe_),
                                 [self = Self()](const ErrorCode&, size_t) { self->Drop(); });
     }
 
-    void Send(std::string text) override {
+    void Send(std::shared_ptr<const std::string> text) override {
         if (!streaming_ || closed_) {
             return;
         }

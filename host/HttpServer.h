@@ -92,8 +92,12 @@ public:
     virtual uint16_t Port() const = 0;
     virtual void Respond(uint64_t connection, HttpResponseOut response) = 0;
     virtual void OpenStream(uint64_t connection, HttpResponseOut head) = 0;
-    // A text message on a WebSocket, or bytes on an open stream.
-    virtual void Send(uint64_t connection, std::string text) = 0;
+    // A text message on a WebSocket, or bytes on an open stream. One event
+    // goes to many subscribers: they share its text.
+    virtual void Send(uint64_t connection, std::shared_ptr<const std::string> text) = 0;
+    void Send(uint64_t connection, std::string text) {
+        Send(connection, std::make_shared<const std::string>(std::move(text)));
+    }
     virtual void Close(uint64_t connection) = 0;
     virtual size_t Connections() const = 0;
     // Calls `stop` on SIGINT or SIGTERM (delivered through the poll, on the
