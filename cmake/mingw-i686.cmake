@@ -1,22 +1,6 @@
-# Cross build for 32-bit Windows with Debian's mingw-w64 (posix thread model,
-# which std::mutex and std::shared_mutex need):
+# Cross build for 32-bit Windows, the plugin's production target, with
+# Debian's mingw-w64:
 #   cmake -S . -B build/windows -DCMAKE_TOOLCHAIN_FILE=cmake/mingw-i686.cmake
-set(CMAKE_SYSTEM_NAME Windows)
 set(CMAKE_SYSTEM_PROCESSOR i686)
-
 set(QEL_MINGW_TRIPLET i686-w64-mingw32)
-set(CMAKE_C_COMPILER ${QEL_MINGW_TRIPLET}-gcc-posix)
-set(CMAKE_CXX_COMPILER ${QEL_MINGW_TRIPLET}-g++-posix)
-set(CMAKE_RC_COMPILER ${QEL_MINGW_TRIPLET}-windres)
-
-set(CMAKE_FIND_ROOT_PATH /usr/${QEL_MINGW_TRIPLET})
-set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
-set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
-set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
-set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
-
-# The C and C++ runtimes and winpthread go into every binary, so the DLL and
-# the programs need nothing beyond KERNEL32.dll and msvcrt.dll (and what they
-# load themselves) on the machine that runs them.
-set(CMAKE_EXE_LINKER_FLAGS_INIT "-static -static-libgcc -static-libstdc++")
-set(CMAKE_SHARED_LINKER_FLAGS_INIT "-static -static-libgcc -static-libstdc++")
+include(${CMAKE_CURRENT_LIST_DIR}/mingw-w64.cmake)

@@ -11,6 +11,8 @@
 #                               architecture). Exits 3 when it cannot be
 #                               installed, after printing apt's reason on one
 #                               line beginning with "setup: wine32:".
+#   scripts/setup.sh wine64     64-bit Wine and the x86_64 cross compilers,
+#                               where wine32 cannot be installed
 set -euo pipefail
 
 sudo=""
@@ -26,7 +28,9 @@ for extra in "$@"; do
     windows) packages+=(g++-mingw-w64-i686-posix gcc-mingw-w64-i686-posix binutils-mingw-w64-i686
                         mingw-w64-i686-dev dpkg-dev) ;;
     wine) packages+=(wine wine32:i386) ;;
-    *) echo "setup: unknown part '$extra' (windows, wine)" >&2; exit 2 ;;
+    wine64) packages+=(wine64 g++-mingw-w64-x86-64-posix gcc-mingw-w64-x86-64-posix
+                       binutils-mingw-w64-x86-64 mingw-w64-x86-64-dev) ;;
+    *) echo "setup: unknown part '$extra' (windows, wine, wine64)" >&2; exit 2 ;;
   esac
 done
 

@@ -96,14 +96,16 @@ TEST_F(AppModuleDeathTest, AwaitOnABrokenFutureEndsTheProcessWithTheReport) {
     ASSERT_TRUE(host_.Start());
     host_.EchoLogs(true);
     EXPECT_DEATH((void)Module().Await(std::future<Maybe<int>>()),
-                 "Expression: ALE-6D828C10.*Caught std::future_error in AppModule::Await: \\(3\\)");
+                 "Expression: ALE-6D828C10\n\nDescription: Caught std::future_error in "
+                 "AppModule::Await: \\(3\\)");
     EXPECT_DEATH(
         {
             std::future<Maybe<int>> future;
             { future = std::promise<Maybe<int>>().get_future(); }
             (void)Module().Await(std::move(future));
         },
-        "ALE-6D828C10.*Caught std::future_error in AppModule::Await: \\(4\\)");
+        "Expression: ALE-6D828C10\n\nDescription: Caught std::future_error in "
+        "AppModule::Await: \\(4\\)");
 }
 
 TEST_F(AppModuleTest, ScheduleAtPassesTheDelayAndRunsEachCallOnce) {
