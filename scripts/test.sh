@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # The README's test command (CI runs it through .ci/run). Installs what is
 # missing, then, each stage timed:
+#   - the format check (clang-format with the repository's .clang-format);
 #   - a 32-bit Linux build of the framework and the plugin, so the host
 #     records' i386 layout assertions and every other 32-bit fault fail;
 #   - a warnings-as-errors build with every test (the gateway driven as a
@@ -39,6 +40,7 @@ abi_header_check() {
 }
 
 stage "setup" scripts/setup.sh windows
+stage "format check" scripts/check-format.sh
 stage "i386 layout check (C)" abi_header_check
 stage "32-bit Linux build" scripts/build-i386.sh
 # Unity builds: a fraction of the compile time on two cores; developers'

@@ -29,13 +29,15 @@ struct Failure {
     BindingProperty parameters;
 
     Failure() = default;
-    explicit Failure(std::string text, uint32_t status = 0) : code(status), message(std::move(text)) {}
+    explicit Failure(std::string text, uint32_t status = 0)
+        : code(status), message(std::move(text)) {}
 };
 
 template <class E, class T = void>
 class [[nodiscard]] MaybeType {
 public:
-    MaybeType(T value) : state_(std::in_place_index<0>, std::move(value)) {}  // NOLINT: implicit by design
+    MaybeType(T value)
+        : state_(std::in_place_index<0>, std::move(value)) {}  // NOLINT: implicit by design
     MaybeType(E failure) : state_(std::in_place_index<1>, std::move(failure)) {}  // NOLINT
 
     bool HasValue() const { return state_.index() == 0; }
@@ -102,21 +104,21 @@ using Maybe = MaybeType<Failure, T>;
 }  // namespace Orvan::Framework
 
 // Propagation helpers: return the failure of an expression to the caller.
-#define QEL_RETURN_IF_FAILED(expr)                                  \
-    do {                                                            \
-        auto&& qelResult_ = (expr);                                 \
-        if (!qelResult_.HasValue()) {                               \
-            return std::move(qelResult_).GetFailure();              \
-        }                                                           \
+#define QEL_RETURN_IF_FAILED(expr)                     \
+    do {                                               \
+        auto&& qelResult_ = (expr);                    \
+        if (!qelResult_.HasValue()) {                  \
+            return std::move(qelResult_).GetFailure(); \
+        }                                              \
     } while (false)
 
 #define QEL_CONCAT_INNER_(a, b) a##b
 #define QEL_CONCAT_(a, b) QEL_CONCAT_INNER_(a, b)
-#define QEL_ASSIGN_OR_RETURN_IMPL_(tmp, lhs, expr)                  \
-    auto tmp = (expr);                                              \
-    if (!tmp.HasValue()) {                                          \
-        return std::move(tmp).GetFailure();                         \
-    }                                                               \
+#define QEL_ASSIGN_OR_RETURN_IMPL_(tmp, lhs, expr) \
+    auto tmp = (expr);                             \
+    if (!tmp.HasValue()) {                         \
+        return std::move(tmp).GetFailure();        \
+    }                                              \
     lhs = std::move(tmp).Value()
 #define QEL_ASSIGN_OR_RETURN(lhs, expr) \
     QEL_ASSIGN_OR_RETURN_IMPL_(QEL_CONCAT_(qelMaybe_, __LINE__), lhs, expr)

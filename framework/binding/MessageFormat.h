@@ -29,9 +29,10 @@ class FormatArg {
 public:
     enum class Type : uint8_t { Text, Signed, Unsigned, Double, Char, Bool };
 
-    FormatArg(std::string_view text) : type_(Type::Text), text_(text) {}  // NOLINT: implicit by design
+    FormatArg(std::string_view text)
+        : type_(Type::Text), text_(text) {}  // NOLINT: implicit by design
     FormatArg(const char* text) : type_(Type::Text), text_(text ? text : "") {}  // NOLINT
-    FormatArg(const std::string& text) : type_(Type::Text), text_(text) {}  // NOLINT
+    FormatArg(const std::string& text) : type_(Type::Text), text_(text) {}       // NOLINT
     FormatArg(char c) : type_(Type::Char), signed_(c) {}                         // NOLINT
     FormatArg(bool b) : type_(Type::Bool), unsigned_(b ? 1 : 0) {}               // NOLINT
     FormatArg(signed char v) : type_(Type::Signed), signed_(v) {}                // NOLINT
