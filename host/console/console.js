@@ -93,7 +93,6 @@ function connect() {
 
 function logEvent(event) {
   const item = document.createElement("li");
-  item.value = event.seq;
   item.textContent = event.seq + " " + event.eventType + " " + event.uri + " " + summary(event);
   const log = $("log");
   log.prepend(item);
