@@ -6,12 +6,31 @@
 
 const BASE = "/qel-lobby-team-builder";
 const CHAMP = BASE + "/champ-select/v1";
+const URI = {
+  lobby: BASE + "/v1/lobby",
+  countdown: BASE + "/v1/lobby/countdown",
+  search: BASE + "/v1/matchmaking",
+  session: CHAMP + "/session",
+  boost: CHAMP + "/team-boost",
+  pickable: CHAMP + "/pickable-champions",
+  bannable: CHAMP + "/bannable-champions",
+  disabled: CHAMP + "/disabled-champions",
+  skins: CHAMP + "/pickable-skins",
+};
 const token = new URLSearchParams(location.search).get("token") || "";
 const resources = new Map();
+// When each resource last arrived, on the page's clock: the timers shown
+// count down from there.
+const arrivedAt = new Map();
 let lastSeq = 0;
 let selectedChampion = 0;
 let socket = null;
 let retryDelay = 500;
+// Simulated seconds per real second; the world's clock may run fast, and the
+// plugin's timers are in the world's time.
+let worldSpeed = 1;
+let checkSeenAt = 0;
+let shownGrid = "";
 
 const $ = (id) => document.getElementById(id);
 const text = (value) => (value === undefined || value === null ? "" : String(value));
@@ -53,13 +72,22 @@ function act(errorId, call) {
 function connect() {
   const scheme = location.protocol === "https:" ? "wss:" : "ws:";
   socket = new WebSocket(scheme + "//" + location.host + "/events?token=" + encodeURIComponent(token));
-  $("connection").textContent = "connecting…";
   socket.onopen = () => {
     retryDelay = 500;
+    // A new gateway numbers its events from the start again: nothing of the
+    // old connection may survive, not even the last seq.
     resources.clear();
+    arrivedAt.clear();
+    lastSeq = 0;
     $("connection").textContent = "connected";
     $("connection").className = "state-open";
     socket.send(JSON.stringify({ subscribe: "*" }));
+    fetch("/qel-host/v1/world", { headers: { Authorization: "Bearer " + token } })
+      .then((reply) => (reply.ok ? reply.json() : null))
+      .then((world) => {
+        worldSpeed = world && world.speed > 0 ? world.speed : 1;
+      })
+      .catch(() => {});
     render();
   };
   socket.onmessage = (message) => {
@@ -70,12 +98,19 @@ function connect() {
       return;
     }
     if (event.uri === undefined) {
+      // The answer to our subscription: where the stream stands.
+      if (event.ok && typeof event.seq === "number") {
+        lastSeq = Math.max(lastSeq, event.seq);
+        scheduleRender();
+      }
       return;
     }
     if (event.eventType === "Delete") {
       resources.delete(event.uri);
+      arrivedAt.delete(event.uri);
     } else {
       resources.set(event.uri, event.data);
+      arrivedAt.set(event.uri, performance.now());
     }
     lastSeq = Math.max(lastSeq, event.seq);
     if (!event.snapshot) {
@@ -84,6 +119,7 @@ function connect() {
     scheduleRender();
   };
   socket.onclose = () => {
+    socket = null;
     $("connection").textContent = "disconnected; reconnecting";
     $("connection").className = "state-closed";
     setTimeout(connect, retryDelay);
@@ -93,7 +129,7 @@ function connect() {
 
 function logEvent(event) {
   const item = document.createElement("li");
-  item.textContent = event.seq + " " + event.eventType + " " + event.uri + " " + summary(event);
+  item.textContent = event.seq + " " + event.eventType + " " + event.uri.replace(BASE, "…") + " " + summary(event);
   const log = $("log");
   log.prepend(item);
   while (log.children.length > 50) {
@@ -106,11 +142,13 @@ function summary(event) {
   if (data === null || typeof data !== "object") {
     return text(data);
   }
-  if (data.members) return data.members.length + " members";
+  if (data.members) return data.members.length + " members" + (data.canStartMatchmaking ? ", ready" : "");
   if (data.searchState) return data.searchState + (data.readyCheck ? ", check " + data.readyCheck.state : "");
   if (data.timer && data.timer.phase) return data.timer.phase;
   if (data.championIds) return data.championIds.length + " champions";
+  if (data.skinIds) return data.skinIds.length + " skins";
   if (data.phaseName) return data.phaseName;
+  if (data.price !== undefined) return data.unlocked ? "unlocked by " + data.summonerName : "price " + data.price;
   return Object.keys(data).slice(0, 3).join(", ");
 }
 
@@ -142,7 +180,32 @@ function render() {
       $(panel).textContent = "Cannot show this: " + e.message;
     }
   }
+  tick();
 }
+
+// Seconds left of a world-time span that had `millis` left when `uri` arrived.
+function secondsLeft(uri, millis) {
+  const elapsed = ((performance.now() - (arrivedAt.get(uri) || performance.now())) / 1000) * worldSpeed;
+  return Math.max(0, Math.ceil(millis / 1000 - elapsed));
+}
+
+// The countdowns move between events without asking anyone.
+function tick() {
+  const session = resources.get(URI.session);
+  const timer = $("phase-timer");
+  if (session && timer) {
+    timer.textContent = secondsLeft(URI.session, (session.timer || {}).adjustedTimeLeftInPhase || 0);
+  }
+  const check = $("check-timer");
+  if (check) {
+    const search = resources.get(URI.search) || {};
+    const seconds = ((search.readyCheck || {}).timer || 0) * 1000;
+    check.textContent = seconds > 0
+      ? secondsLeft(URI.search, seconds) + " s left"
+      : "open for " + Math.floor(((performance.now() - checkSeenAt) / 1000) * worldSpeed) + " s";
+  }
+}
+setInterval(tick, 250);
 
 function positions(preferences) {
   if (!preferences) return "";
@@ -152,9 +215,11 @@ function positions(preferences) {
 }
 
 function renderLobby() {
-  const lobby = resources.get(BASE + "/v1/lobby");
-  const countdown = resources.get(BASE + "/v1/lobby/countdown");
-  $("countdown").textContent = countdown ? "phase " + countdown.phaseName + ", record #" + countdown.counter : "";
+  const lobby = resources.get(URI.lobby);
+  const countdown = resources.get(URI.countdown);
+  $("countdown").textContent = countdown
+    ? `countdown: phase ${countdown.phaseName}, timer ${countdown.timer}, record #${countdown.counter}`
+    : "";
   if (!lobby) {
     $("lobby").textContent = "No lobby.";
     return;
@@ -165,95 +230,185 @@ function renderLobby() {
       (m) =>
         `<tr class="${m.id === local ? "you" : ""}"><td>${escape(m.id)}${m.id === local ? " (you)" : ""}</td>` +
         `<td>${m.isOwner ? "captain" : ""}</td>` +
-        `<td>${escape(positions(m.positionPreferences))}</td>` +
-        `<td>${m.id === local ? "" : `<button type="button" data-member="${escape(m.id)}" data-do="promote">Promote</button>
+        `<td>${escape(positions(m.positionPreferences)) || "none yet"}</td>` +
+        `<td class="actions">${m.id === local ? "" : `<button type="button" data-member="${escape(m.id)}" data-do="promote">Promote</button>
            <button type="button" data-member="${escape(m.id)}" data-do="kick">Kick</button>`}</td></tr>`
     )
     .join("");
+  const removed = lobby.wasKicked || (lobby.removalReason && lobby.removalReason !== "None")
+    ? `<p class="warn">removed from the lobby: ${escape(lobby.removalReason)}${lobby.wasKicked ? " (kicked)" : ""}</p>` : "";
   $("lobby").innerHTML =
-    `<p>queue ${escape(lobby.queueId)}; ${lobby.canStartMatchmaking ? "ready to queue" : "not ready to queue"}</p>` +
-    `<table><thead><tr><th>member</th><th>role</th><th>positions</th><th></th></tr></thead><tbody>${rows}</tbody></table>`;
+    `<p>queue ${escape(lobby.queueId)}: <strong id="lobby-ready">${lobby.canStartMatchmaking ? "ready to queue" : "not ready to queue"}</strong></p>` +
+    removed +
+    `<div class="scroll"><table><thead><tr><th>member</th><th>role</th><th>positions</th><th></th></tr></thead><tbody>${rows}</tbody></table></div>`;
 }
 
 function renderSearch() {
-  const search = resources.get(BASE + "/v1/matchmaking");
+  const search = resources.get(URI.search);
   if (!search) {
     $("search").textContent = "No search.";
+    checkSeenAt = 0;
     return;
   }
   const check = search.readyCheck || {};
+  if (check.state === "InProgress") {
+    if (!checkSeenAt) checkSeenAt = performance.now();
+  } else {
+    checkSeenAt = 0;
+  }
   const low = search.lowPriorityData || {};
-  const errors = (search.errors || []).map((e) => escape(e.errorType + " " + e.message)).join("; ");
+  const errors = (search.errors || [])
+    .map((e) => escape(`${e.errorType} (summoner ${e.penalizedSummonerId}, ${e.penaltyTimeRemaining} s): ${e.message}`))
+    .join("; ");
+  const dodge = search.dodgeData || {};
+  const penalized = (low.penalizedSummonerIds || []).join(", ");
   $("search").innerHTML =
-    `<p>state <strong id="search-state">${escape(search.searchState)}</strong>, ` +
-    `in queue ${Math.round(search.timeInQueue || 0)} s of about ${Math.round(search.estimatedQueueTime || 0)} s</p>` +
+    `<p>state <strong id="search-state">${escape(search.searchState)}</strong>` +
+    (search.isCurrentlyInQueue ? " (in queue)" : "") +
+    `, ${Math.round(search.timeInQueue || 0)} s in queue, estimate ${Math.round(search.estimatedQueueTime || 0)} s</p>` +
     `<p>ready check <strong id="ready-check-state">${escape(check.state)}</strong>` +
-    `, you: ${escape(check.playerResponse)}, timer ${escape(check.timer)}` +
-    (check.declinerIds && check.declinerIds.length ? `, declined by ${escape(check.declinerIds.join(", "))}` : "") +
-    `</p>` +
-    (low.penaltyTime ? `<p>low priority: ${escape(low.penaltyTimeRemaining)} s left</p>` : "") +
-    (search.dodgeData && search.dodgeData.state !== "Invalid" ? `<p>dodge: ${escape(search.dodgeData.state)}</p>` : "") +
-    (errors ? `<p>restrictions: ${errors}</p>` : "");
+    (check.state === "InProgress" ? `, <span id="check-timer"></span>` : "") +
+    `; your answer: ${escape(check.playerResponse)}` +
+    (check.dodgeWarning && check.dodgeWarning !== "None" ? `; dodge warning: ${escape(check.dodgeWarning)}` : "") +
+    `; declined by: <span id="decliners">${escape((check.declinerIds || []).join(", ") || "nobody")}</span></p>` +
+    `<p>dodge: ${escape(dodge.state)}${dodge.dodgerId ? " by " + escape(dodge.dodgerId) : ""}</p>` +
+    (penalized || low.penaltyTime || low.quitguardedAccessToken
+      ? `<p class="warn">low priority: ${escape(penalized || "-")}, penalty ${escape(low.penaltyTime)} s ` +
+        `(${escape(low.penaltyTimeRemaining)} s left), token <code>${escape(low.quitguardedAccessToken || "-")}</code></p>`
+      : "<p>no low-priority penalty</p>") +
+    `<p>restrictions: ${errors || "none"}</p>`;
 }
 
-function currentAction(session) {
+// The first set with an open action is the one in progress.
+function currentSet(session) {
   for (const set of session.actions || []) {
     if (set.some((a) => !a.completed)) {
-      return set.find((a) => a.actorCellId === session.localPlayerCellId && !a.completed);
+      return set;
     }
   }
   return undefined;
 }
 
+// Our open action in the set in progress; nobody acts while the teams plan.
+function currentAction(session) {
+  if ((session.timer || {}).phase !== "BAN_PICK") return undefined;
+  const set = currentSet(session);
+  return set && set.find((a) => a.actorCellId === session.localPlayerCellId && !a.completed);
+}
+
+// What a hover changes: the open action, or else our pick to come, which
+// shows the team our intent.
+function hoverTarget(session) {
+  return (
+    currentAction(session) ||
+    (session.actions || []).flat().find((a) => a.actorCellId === session.localPlayerCellId && a.type === "pick" && !a.completed)
+  );
+}
+
+function cellName(session, cellId) {
+  const all = (session.myTeam || []).concat(session.theirTeam || []);
+  const cell = all.find((p) => p.cellId === cellId);
+  return cell ? cell.displayName || "cell " + cellId : "cell " + cellId;
+}
+
 function renderSession() {
-  const session = resources.get(CHAMP + "/session");
+  const session = resources.get(URI.session);
+  const boost = resources.get(URI.boost);
+  $("boost").innerHTML = boost
+    ? `team boost: <strong id="boost-state">${boost.unlocked ? "unlocked by " + escape(boost.summonerName) : "not bought"}</strong>, ` +
+      `price ${escape(boost.price)}` +
+      (boost.skinUnlockMode ? `, ${escape(boost.skinUnlockMode)}` : "") +
+      ((boost.availableSkins || []).length ? `, skins ${escape(boost.availableSkins.join(", "))}` : "")
+    : "No team boost.";
   if (!session) {
     $("session").textContent = "No champion select.";
     $("champions").innerHTML = "";
-    $("trades").innerHTML = "";
-    $("boost").innerHTML = "";
+    shownGrid = "";
+    $("trades").textContent = "No trades.";
+    $("skin").innerHTML = "";
     return;
   }
+  const local = session.localPlayerCellId;
   const cell = (p) =>
-    `<tr class="${p.cellId === session.localPlayerCellId ? "you" : ""}"><td>${escape(p.cellId)}</td>` +
-    `<td>${escape(p.displayName || p.summonerId)}</td><td>${escape(p.assignedPosition)}</td>` +
-    `<td>${escape(p.championId || "")}${p.championPickIntent ? " (intent " + escape(p.championPickIntent) + ")" : ""}</td>` +
-    `<td>${escape(p.selectedSkinId || "")}</td><td>${escape(p.spell1Id)}/${escape(p.spell2Id)}</td></tr>`;
-  const team = (cells) =>
-    `<table><thead><tr><th>cell</th><th>player</th><th>position</th><th>champion</th><th>skin</th><th>spells</th></tr></thead>` +
-    `<tbody>${(cells || []).map(cell).join("")}</tbody></table>`;
+    `<tr class="${p.cellId === local ? "you" : ""}"><td>${escape(p.cellId)}</td>` +
+    `<td>${escape(p.displayName || (p.summonerId ? p.summonerId : "hidden"))}${p.cellId === local ? " (you)" : ""}</td><td>${escape(p.assignedPosition)}</td>` +
+    `<td>${p.championId ? escape(p.championId) : "-"}${p.championPickIntent ? " (intent " + escape(p.championPickIntent) + ")" : ""}</td>` +
+    `<td>${escape(p.selectedSkinId || "")}</td><td>${escape(p.spell1Id)}/${escape(p.spell2Id)}</td>` +
+    `<td>${p.wardSkinId >= 0 ? escape(p.wardSkinId) : ""}</td></tr>`;
+  const team = (id, cells) =>
+    `<div class="scroll"><table id="${id}"><thead><tr><th>cell</th><th>player</th><th>position</th><th>champion</th>` +
+    `<th>skin</th><th>spells</th><th>ward</th></tr></thead><tbody>${(cells || []).map(cell).join("")}</tbody></table></div>`;
+  const set = currentSet(session);
   const action = currentAction(session);
+  const isCeremony = (a) => a.type !== "pick" && a.type !== "ban" && a.actorCellId < 0;
+  let setText = "no open action";
+  if (set && set.length && isCeremony(set[0])) {
+    setText = `ceremony <strong>${escape(set[0].type)}</strong>`;
+  } else if (set) {
+    setText = set
+      .map((a) => `${escape(cellName(session, a.actorCellId))} ${escape(a.type)} ${a.championId ? escape(a.championId) : "…"}` +
+        (a.completed ? " ✓" : ""))
+      .join("; ");
+  }
   const bans = (session.actions || [])
     .flat()
     .filter((a) => a.type === "ban" && a.completed)
-    .map((a) => a.championId);
+    .map((a) => (a.championId ? a.championId : "none"));
   const timer = session.timer || {};
+  const mine = (session.myTeam || []).find((p) => p.cellId === local) || {};
   $("session").innerHTML =
     `<p>phase <strong id="session-phase">${escape(timer.phase)}</strong>, ` +
-    `${Math.round((timer.adjustedTimeLeftInPhase || 0) / 1000)} s left</p>` +
-    `<p id="my-action">${action ? "your turn: " + escape(action.type) + " (action " + escape(action.id) + ")" : "not your turn"}</p>` +
-    `<p>bans: ${escape(bans.join(", ") || "none")}; rerolls left ${escape(session.rerollsRemaining)}</p>` +
-    `<h3>Your team</h3>${team(session.myTeam)}<h3>Their team</h3>${team(session.theirTeam)}`;
-  const list = resources.get(CHAMP + (action && action.type === "ban" ? "/bannable-champions" : "/pickable-champions"));
+    `<span id="phase-timer"></span> s left of ${Math.round((timer.totalTimeInPhase || 0) / 1000)}</p>` +
+    `<p>action set: <span id="action-set">${setText}</span></p>` +
+    `<p id="my-action" class="${action ? "turn" : ""}">${action ? "your turn: " + escape(action.type) + " (action " + escape(action.id) + ")"
+      : timer.phase === "PLANNING" ? "planning: hover a champion to show your intent" : "not your turn"}</p>` +
+    `<p>you play <strong id="my-champion">${mine.championId ? escape(mine.championId) : "nothing yet"}</strong>` +
+    (mine.championPickIntent && !mine.championId ? ` (intent ${escape(mine.championPickIntent)})` : "") + `</p>` +
+    `<p>bans: <span id="bans">${escape(bans.join(", ") || "none")}</span>; ` +
+    `rerolls ${session.allowRerolling ? "allowed" : "not allowed"}, ${escape(session.rerollsRemaining)} left</p>` +
+    `<div class="columns"><div><h3>Your team</h3>${team("my-team", session.myTeam)}</div>` +
+    `<div><h3>Their team</h3>${team("their-team", session.theirTeam)}</div></div>`;
+
+  const list = resources.get(action && action.type === "ban" ? URI.bannable : URI.pickable);
+  const disabled = new Set((resources.get(URI.disabled) || {}).championIds || []);
   const filter = $("champion-filter").value.trim();
   const ids = ((list && list.championIds) || []).filter((id) => !filter || String(id).includes(filter));
-  $("champions").innerHTML = ids
-    .map((id) => `<button type="button" role="option" data-champion="${id}" aria-selected="${id === selectedChampion}">${id}</button>`)
+  $("champions-label").textContent = action && action.type === "ban" ? "Bannable champions" : "Pickable champions";
+  const grid = ids
+    .map((id) =>
+      `<button type="button" role="option" data-champion="${id}" aria-selected="${id === selectedChampion}"` +
+      `${disabled.has(id) ? " disabled" : ""}>${id < 0 ? "no ban" : id}</button>`)
     .join("");
-  $("trades").innerHTML = (session.trades || [])
-    .map(
-      (t) =>
-        `<p>trade ${escape(t.id)} with cell ${escape(t.cellId)}: ${escape(t.state)} ` +
-        ["request", "accept", "decline", "cancel"]
-          .map((verb) => `<button type="button" data-trade="${escape(t.id)}" data-do="${verb}">${verb}</button>`)
+  // Rebuilt only when it changes, and the focused champion keeps the focus.
+  if (shownGrid !== grid) {
+    const focused = document.activeElement && document.activeElement.dataset.champion;
+    $("champions").innerHTML = grid;
+    shownGrid = grid;
+    const again = focused && $("champions").querySelector(`[data-champion="${focused}"]`);
+    if (again) again.focus();
+  }
+
+  const skins = ((resources.get(URI.skins) || {}).skinIds || []).filter(
+    (id) => mine.championId && Math.floor(id / 1000) === mine.championId);
+  const options = skins.map((id) => `<option value="${id}"${id === mine.selectedSkinId ? " selected" : ""}>${id}</option>`).join("");
+  if ($("skin").dataset.options !== options) {
+    $("skin").innerHTML = options;
+    $("skin").dataset.options = options;
+  }
+
+  const verbs = { AVAILABLE: ["request"], RECEIVED: ["accept", "decline"], SENT: ["cancel"] };
+  const described = { RECEIVED: "offered to you", SENT: "offered by you", AVAILABLE: "possible", BUSY: "busy", INVALID: "invalid" };
+  $("trades").innerHTML = (session.trades || []).length
+    ? `<ul>` + session.trades
+      .map((t) =>
+        `<li data-state="${escape(t.state)}">trade ${escape(t.id)} with ${escape(cellName(session, t.cellId))}: ` +
+        `<strong>${escape(t.state)}</strong> (${escape(described[t.state] || "")}) ` +
+        (verbs[t.state] || [])
+          .map((verb) => `<button type="button" id="trade-${escape(t.id)}-${verb}" data-trade="${escape(t.id)}" data-do="${verb}">${verb}</button>`)
           .join(" ") +
-        `</p>`
-    )
-    .join("");
-  const boost = resources.get(CHAMP + "/team-boost");
-  $("boost").innerHTML = boost
-    ? `<p>team boost: ${boost.unlocked ? "unlocked by " + escape(boost.summonerName) : "available for " + escape(boost.price)}</p>`
-    : "";
+        `</li>`)
+      .join("") + `</ul>`
+    : "No trades.";
 }
 
 // ---- Controls -------------------------------------------------------------------------------
@@ -289,7 +444,7 @@ function wire() {
     if (member) act("lobby-error", () => api("POST", `${BASE}/v1/lobby/members/${member}/${e.target.dataset.do}`));
   };
   const lowPriorityToken = () => {
-    const search = resources.get(BASE + "/v1/matchmaking");
+    const search = resources.get(URI.search);
     return (search && search.lowPriorityData && search.lowPriorityData.quitguardedAccessToken) || "";
   };
   $("start-search").onclick = () =>
@@ -297,8 +452,8 @@ function wire() {
   $("leave-search").onclick = () => act("search-error", () => api("DELETE", BASE + "/v1/matchmaking/search"));
   $("abandon-low-priority").onclick = () =>
     act("search-error", () => api("POST", BASE + "/v1/matchmaking/low-priority-queue/abandon", lowPriorityToken()));
-  $("accept-check").onclick = () => act("search-error", () => api("POST", BASE + "/v1/ready-check/accept"));
-  $("decline-check").onclick = () => act("search-error", () => api("POST", BASE + "/v1/ready-check/decline"));
+  $("accept-check").onclick = () => act("check-error", () => api("POST", BASE + "/v1/ready-check/accept"));
+  $("decline-check").onclick = () => act("check-error", () => api("POST", BASE + "/v1/ready-check/decline"));
   $("champions").onclick = (e) => {
     if (e.target.dataset.champion) {
       selectedChampion = Number(e.target.dataset.champion);
@@ -307,21 +462,30 @@ function wire() {
   };
   $("champion-filter").oninput = render;
   const onAction = (complete) =>
-    act("session-error", async () => {
-      const session = resources.get(CHAMP + "/session");
-      const action = session && currentAction(session);
-      if (!action) throw new Error("It is not your turn");
+    act("action-error", async () => {
+      const session = resources.get(URI.session);
+      const action = session && (complete ? currentAction(session) : hoverTarget(session));
+      if (!action) throw new Error(complete ? "It is not your turn" : "You have nothing to hover");
       if (!selectedChampion) throw new Error("Choose a champion first");
       await api("PATCH", `${CHAMP}/session/actions/${action.id}`, { championId: selectedChampion, completed: false });
       if (complete) await api("POST", `${CHAMP}/session/actions/${action.id}/complete`);
     });
   $("hover").onclick = () => onAction(false);
   $("lock-in").onclick = () => onAction(true);
-  $("reroll").onclick = () => act("session-error", () => api("POST", CHAMP + "/session/my-selection/reroll"));
-  $("buy-boost").onclick = () => act("session-error", () => api("POST", CHAMP + "/team-boost/purchase"));
+  $("reroll").onclick = () => act("action-error", () => api("POST", CHAMP + "/session/my-selection/reroll"));
+  $("choose-selection").onclick = () =>
+    act("selection-error", () => {
+      const selection = {};
+      if ($("skin").value) selection.selectedSkinId = Number($("skin").value);
+      for (const [field, id] of [["spell1Id", "spell1"], ["spell2Id", "spell2"], ["wardSkinId", "ward-skin"]]) {
+        if ($(id).value !== "") selection[field] = Number($(id).value);
+      }
+      return api("PATCH", CHAMP + "/session/my-selection", selection);
+    });
+  $("buy-boost").onclick = () => act("boost-error", () => api("POST", CHAMP + "/team-boost/purchase"));
   $("trades").onclick = (e) => {
     const trade = e.target.dataset.trade;
-    if (trade) act("session-error", () => api("POST", `${CHAMP}/session/trades/${trade}/${e.target.dataset.do}`));
+    if (trade) act("trade-error", () => api("POST", `${CHAMP}/session/trades/${trade}/${e.target.dataset.do}`));
   };
 }
 
