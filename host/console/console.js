@@ -31,6 +31,9 @@ let retryDelay = 500;
 let worldSpeed = 1;
 let checkSeenAt = 0;
 let shownGrid = "";
+let sessionShown = false;
+const SESSION_ERRORS = ["action-error", "selection-error", "trade-error", "boost-error"];
+const ALL_ERRORS = ["lobby-error", "search-error", "check-error"].concat(SESSION_ERRORS);
 
 const $ = (id) => document.getElementById(id);
 const text = (value) => (value === undefined || value === null ? "" : String(value));
@@ -58,6 +61,12 @@ async function api(method, path, body) {
   return content ? JSON.parse(content) : null;
 }
 
+function clearErrors(ids) {
+  for (const id of ids) {
+    $(id).textContent = "";
+  }
+}
+
 // Runs a call for a control; a failure shows beside it, a success clears it.
 function act(errorId, call) {
   const error = $(errorId);
@@ -79,6 +88,7 @@ function connect() {
     resources.clear();
     arrivedAt.clear();
     lastSeq = 0;
+    clearErrors(ALL_ERRORS);
     $("connection").textContent = "connected";
     $("connection").className = "state-open";
     socket.send(JSON.stringify({ subscribe: "*" }));
@@ -217,7 +227,10 @@ function positions(preferences) {
 function renderLobby() {
   const lobby = resources.get(URI.lobby);
   const countdown = resources.get(URI.countdown);
-  $("countdown").textContent = countdown
+  // The plugin keeps its last countdown after the game starts; it means
+  // something only beside a lobby, a search or a champion select.
+  const current = lobby || resources.get(URI.search) || resources.get(URI.session);
+  $("countdown").textContent = countdown && current
     ? `countdown: phase ${countdown.phaseName}, timer ${countdown.timer}, record #${countdown.counter}`
     : "";
   if (!lobby) {
@@ -279,14 +292,19 @@ function renderSearch() {
     `<p>restrictions: ${errors || "none"}</p>`;
 }
 
-// The first set with an open action is the one in progress.
+// A ceremony is a set of its own, one action with no actor.
+const isCeremony = (action) => action.actorCellId < 0 && action.type !== "pick" && action.type !== "ban";
+
+// The first set with an open action is the one in progress. A ceremony
+// before it is shown, not waited for: the plugin closes it on its own clock,
+// which a fast world outruns.
 function currentSet(session) {
-  for (const set of session.actions || []) {
-    if (set.some((a) => !a.completed)) {
-      return set;
-    }
-  }
-  return undefined;
+  return (session.actions || []).find((set) => set.some((a) => !a.completed && !isCeremony(a)));
+}
+
+function currentCeremony(session) {
+  const set = (session.actions || []).find((set) => set.some((a) => !a.completed));
+  return set && set.length && isCeremony(set[0]) ? set[0] : undefined;
 }
 
 // Our open action in the set in progress; nobody acts while the teams plan.
@@ -321,6 +339,11 @@ function renderSession() {
       ((boost.availableSkins || []).length ? `, skins ${escape(boost.availableSkins.join(", "))}` : "")
     : "No team boost.";
   if (!session) {
+    if (sessionShown) {
+      // What was refused belonged to the session that ended.
+      sessionShown = false;
+      clearErrors(SESSION_ERRORS);
+    }
     $("session").textContent = "No champion select.";
     $("champions").innerHTML = "";
     shownGrid = "";
@@ -328,6 +351,7 @@ function renderSession() {
     $("skin").innerHTML = "";
     return;
   }
+  sessionShown = true;
   const local = session.localPlayerCellId;
   const cell = (p) =>
     `<tr class="${p.cellId === local ? "you" : ""}"><td>${escape(p.cellId)}</td>` +
@@ -340,15 +364,16 @@ function renderSession() {
     `<th>skin</th><th>spells</th><th>ward</th></tr></thead><tbody>${(cells || []).map(cell).join("")}</tbody></table></div>`;
   const set = currentSet(session);
   const action = currentAction(session);
-  const isCeremony = (a) => a.type !== "pick" && a.type !== "ban" && a.actorCellId < 0;
-  let setText = "no open action";
-  if (set && set.length && isCeremony(set[0])) {
-    setText = `ceremony <strong>${escape(set[0].type)}</strong>`;
-  } else if (set) {
-    setText = set
+  const ceremony = currentCeremony(session);
+  let setText = set
+    ? set
       .map((a) => `${escape(cellName(session, a.actorCellId))} ${escape(a.type)} ${a.championId ? escape(a.championId) : "…"}` +
         (a.completed ? " ✓" : ""))
-      .join("; ");
+      .join("; ")
+    : "no open action";
+  if (ceremony) {
+    setText = `ceremony <strong id="ceremony">${escape(ceremony.type)}</strong> (${Math.round((ceremony.duration || 0) / 1000)} s)` +
+      (set ? `, then ${setText}` : "");
   }
   const bans = (session.actions || [])
     .flat()
@@ -370,7 +395,14 @@ function renderSession() {
     `<div><h3>Their team</h3>${team("their-team", session.theirTeam)}</div></div>`;
 
   const list = resources.get(action && action.type === "ban" ? URI.bannable : URI.pickable);
+  // Banned champions and those others play are offered but cannot be picked.
   const disabled = new Set((resources.get(URI.disabled) || {}).championIds || []);
+  if (!(action && action.type === "ban")) {
+    bans.forEach((id) => disabled.add(id));
+    (session.myTeam || []).concat(session.theirTeam || [])
+      .filter((p) => p.cellId !== local && p.championId)
+      .forEach((p) => disabled.add(p.championId));
+  }
   const filter = $("champion-filter").value.trim();
   const ids = ((list && list.championIds) || []).filter((id) => !filter || String(id).includes(filter));
   $("champions-label").textContent = action && action.type === "ban" ? "Bannable champions" : "Pickable champions";

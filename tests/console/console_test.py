@@ -114,7 +114,7 @@ class Serve:
                         self.state.pop(event["uri"], None)
                     else:
                         self.state[event["uri"]] = event.get("data")
-        except (OSError, ValueError):
+        except (OSError, ValueError, AttributeError):
             pass  # the gateway stopped
 
     def current(self, uri):
@@ -132,7 +132,8 @@ class Serve:
         except subprocess.TimeoutExpired:
             self.process.kill()
             code = -1
-        if hasattr(self, "stream"):
+        if hasattr(self, "follower"):
+            self.follower.join(timeout=5)  # the stream ends with the gateway
             self.stream.close()
         return code
 
@@ -211,10 +212,11 @@ class Page:
         return [b.get_attribute("data-champion")
                 for b in self.driver.find_elements(By.CSS_SELECTOR, "#champions button:not([disabled])")]
 
-    def lock_in(self, kind, avoid):
-        """Chooses a champion from the grid and locks it in, skipping those
-        the service refuses (taken or banned meanwhile)."""
-        for champion in self.champions():
+    def lock_in(self, kind, avoid, first=None):
+        """Chooses a champion from the grid, `first` if it is offered, and
+        locks it in, skipping those the service refuses (taken meanwhile)."""
+        offered = self.champions()
+        for champion in ([first] if first in offered else []) + offered:
             if champion in avoid or champion == "-1":
                 continue
             self.driver.find_element(By.CSS_SELECTOR, '#champions button[data-champion="%s"]' % champion).click()
@@ -267,7 +269,8 @@ def refused_and_reconnected(page):
                   "the page reconnects by itself and shows the new gateway's state, not the old lobby")
         page.wait(lambda: page.last_seq() == serve.last_seq, 5,
                   lambda: "the last seq is the new gateway's (%d, was %d)" % (serve.last_seq, seq_before))
-        check(page.text("search") == "No search.", "no search survives the reconnection")
+        check(page.text("search") == "No search." and page.text("check-error") == "",
+              "no search and no message of the old gateway survive the reconnection")
         page.shot("3-reconnected")
     finally:
         serve.stop()
@@ -276,7 +279,7 @@ def refused_and_reconnected(page):
 def draft(page):
     """The draft world from the lobby to the game's start, through the
     page's own controls, asserting at each step on what the page shows."""
-    serve = Serve("draft", "--speed", "5", "--seed", "7")
+    serve = Serve("draft", "--speed", "4", "--seed", "7")
     driver = page.driver
     try:
         started = time.time()
@@ -300,7 +303,7 @@ def draft(page):
         # Matchmaking and the ready checks: a stranger declines the first.
         page.click("start-search")
         page.wait(lambda: page.text("search-state") == "Searching", 10, "the search shows Searching")
-        check("estimate" in page.text("search"), "the search shows its estimate: " + page.text("search"))
+        check("estimate" in page.text("search"), "the search shows its estimate: " + page.text("search").splitlines()[0])
         page.shot("5-searching")
         page.wait(lambda: page.text("ready-check-state") == "InProgress", 20, "a ready check is shown")
         check(page.text("search-state") == "Found", "the search shows Found")
@@ -332,22 +335,26 @@ def draft(page):
         page.shot("7-planning", show="session-panel")
 
         # Bans, then picks: every action of ours, from the grid.
-        avoid, locked = set(), {}
+        avoid, locked, ceremonies = {intent}, {}, set()
         def play():
             if page.text("session") == "No champion select." or page.text("session-phase") == "FINALIZATION":
                 return True
+            if page.text("ceremony"):
+                ceremonies.add(page.text("ceremony"))
             mine = page.text("my-action")
             for kind in ("ban", "pick"):
                 if mine.startswith("your turn: " + kind) and kind not in locked:
                     check((" %s " % kind) in page.text("action-set"),
                           "the action set shows our %s: %s" % (kind, page.text("action-set")))
                     page.shot("8-" + kind, show="session-panel")
-                    champion = page.lock_in(kind, avoid)
+                    champion = page.lock_in(kind, avoid - {intent} if kind == "pick" else avoid,
+                                            first=intent if kind == "pick" else None)
                     if champion is not None:
                         locked[kind] = champion
                         avoid.add(champion)
             return False
         page.wait(play, 90, "champion select reaches its final phase")
+        check(ceremonies == {"ban_reveal"}, "the ceremony between bans and picks was shown: %s" % ceremonies)
         check(set(locked) == {"ban", "pick"}, "we banned and picked through the grid: %s" % locked)
         check(locked.get("ban", "?") in page.text("bans").split(", "),
               "the ban shows among the bans: " + page.text("bans"))
@@ -355,10 +362,6 @@ def draft(page):
               "the locked-in champion is shown as ours: " + page.text("my-champion"))
 
         # Final phase: skin, spells and ward skin; the friend's trade; the boost.
-        page.wait(lambda: page.text("skin") != "", 5, "our skins are offered")
-        page.click("choose-selection")
-        mine = lambda: driver.find_element(By.CSS_SELECTOR, "#my-team tr.you").text
-        page.wait(lambda: " 4/7 7" in mine(), 5, lambda: "our spells and ward skin are shown: " + mine())
         page.wait(lambda: driver.find_elements(By.CSS_SELECTOR, "#trades li[data-state=RECEIVED] button"), 15,
                   "the friend's trade offer is shown")
         page.shot("9-trade-offered", show="session-panel")
@@ -368,6 +371,14 @@ def draft(page):
         page.wait(lambda: page.text("my-champion") not in ("", before), 5,
                   lambda: "after the trade we play the friend's champion (was %s, now %s)" % (before, page.text("my-champion")))
         check(page.text("trade-error") == "", "the trade was accepted without a message")
+        page.wait(lambda: int(driver.find_element(By.CSS_SELECTOR, "#skin option").get_attribute("value")) // 1000
+                  == int(page.text("my-champion")), 5, "the skins offered are those of our new champion")
+        skin = driver.find_element(By.CSS_SELECTOR, "#skin option:last-child").get_attribute("value")
+        driver.find_element(By.CSS_SELECTOR, "#skin option:last-child").click()
+        page.click("choose-selection")
+        mine = lambda: driver.find_element(By.CSS_SELECTOR, "#my-team tr.you").text
+        page.wait(lambda: (" %s 4/7 7" % skin) in mine(), 5,
+                  lambda: "our skin, spells and ward skin are shown: " + mine())
         page.wait(lambda: page.text("boost-state").startswith("unlocked by "), 15,
                   lambda: "the team boost shows who bought it: " + page.text("boost-state"))
         boost = page.text("boost")
@@ -380,8 +391,10 @@ def draft(page):
 
         # The game starts: the plugin clears everything, and so does the page.
         page.wait(lambda: page.text("session") == "No champion select." and page.text("lobby") == "No lobby."
-                  and page.text("search") == "No search." and page.text("boost") == "No team boost.", 20,
-                  "at game start the lobby, search, champion select and boost are cleared")
+                  and page.text("search") == "No search." and page.text("boost") == "No team boost."
+                  and page.text("trades") == "No trades." and page.text("countdown") == ""
+                  and page.text("boost-error") == "" and not page.champions(), 20,
+                  "at game start the lobby, search, champion select, trades, boost and the session's messages are cleared")
         page.shot("11-game-started")
         page.wait(lambda: serve.quiet_for(0.5) and page.last_seq() == serve.last_seq, 10,
                   lambda: "the page followed the whole stream (last seq %d)" % serve.last_seq)
