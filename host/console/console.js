@@ -408,7 +408,7 @@ function renderSession() {
   $("champions-label").textContent = action && action.type === "ban" ? "Bannable champions" : "Pickable champions";
   const grid = ids
     .map((id) =>
-      `<button type="button" role="option" data-champion="${id}" aria-selected="${id === selectedChampion}"` +
+      `<button type="button" data-champion="${id}" aria-pressed="${id === selectedChampion}"` +
       `${disabled.has(id) ? " disabled" : ""}>${id < 0 ? "no ban" : id}</button>`)
     .join("");
   // Rebuilt only when it changes, and the focused champion keeps the focus.

@@ -241,8 +241,14 @@ def refused_and_reconnected(page):
     try:
         page.driver.get(serve.url)
         page.wait(page.connected, 5, "the page connects")
+        unnamed = page.driver.execute_script(
+            "return [...document.querySelectorAll('button, input, select')]"
+            ".filter(e => !e.closest('label') && !e.textContent.trim() || e.tabIndex < 0)"
+            ".map(e => e.id)")
+        check(unnamed == [], "every control is labelled and in the tab order: %s" % unnamed)
         before = page.text("search")
-        page.click("accept-check")
+        # From the keyboard: Enter on the focused button.
+        page.driver.find_element(By.ID, "accept-check").send_keys(Keys.ENTER)
         page.wait(lambda: page.text("check-error") != "", 5, "a refused ready check shows its message")
         check(page.text("check-error") ==
               "500 Cannot accept team builder AFK check because the current phase is: Not in a phase",
@@ -438,8 +444,14 @@ def keeps_up(page):
             time.sleep(0.01)
         check(seen_session and serve.current(BASE + "/v1/lobby") is None,
               "the fast draft reached the game's start")
-        page.wait(lambda: serve.quiet_for(0.5) and page.last_seq() == serve.last_seq, 5,
-                  lambda: "the page kept up: it shows the last seq sent, %d" % serve.last_seq)
+        def caught_up():
+            if page.last_seq() != serve.last_seq:
+                return False
+            lag.append(time.time() - serve.last_event_at)
+            return serve.quiet_for(0.5)
+        lag = []
+        page.wait(caught_up, 5, lambda: "the page kept up: it shows the last seq sent, %d, %.2f s after it was sent"
+                  % (serve.last_seq, lag[0] if lag else -1))
         check(page.text("session") == "No champion select.", "and nothing of champion select is left")
         page.shot("12-after-fast-draft")
     finally:
