@@ -26,6 +26,7 @@ let lastSeq = 0;
 let selectedChampion = 0;
 let socket = null;
 let retryDelay = 500;
+let everConnected = false;
 // Simulated seconds per real second; the world's clock may run fast, and the
 // plugin's timers are in the world's time.
 let worldSpeed = 1;
@@ -91,6 +92,11 @@ function connect() {
     clearErrors(ALL_ERRORS);
     $("connection").textContent = "connected";
     $("connection").className = "state-open";
+    document.body.classList.remove("offline");
+    if (everConnected) {
+      logLine("reconnected: all shown is the new snapshot");
+    }
+    everConnected = true;
     socket.send(JSON.stringify({ subscribe: "*" }));
     fetch("/qel-host/v1/world", { headers: { Authorization: "Bearer " + token } })
       .then((reply) => (reply.ok ? reply.json() : null))
@@ -132,14 +138,20 @@ function connect() {
     socket = null;
     $("connection").textContent = "disconnected; reconnecting";
     $("connection").className = "state-closed";
+    // Kept in sight, but marked as what was, not what is.
+    document.body.classList.add("offline");
     setTimeout(connect, retryDelay);
     retryDelay = Math.min(retryDelay * 2, 5000);
   };
 }
 
 function logEvent(event) {
+  logLine(event.seq + " " + event.eventType + " " + event.uri.replace(BASE, "…") + " " + summary(event));
+}
+
+function logLine(line) {
   const item = document.createElement("li");
-  item.textContent = event.seq + " " + event.eventType + " " + event.uri.replace(BASE, "…") + " " + summary(event);
+  item.textContent = line;
   const log = $("log");
   log.prepend(item);
   while (log.children.length > 50) {
