@@ -26,6 +26,7 @@ try:
     from selenium.webdriver.chrome.service import Service
     from selenium.webdriver.common.by import By
     from selenium.webdriver.common.keys import Keys
+    from selenium.common.exceptions import NoSuchElementException, StaleElementReferenceException
 except ImportError:
     print("skipped: python3-selenium is not installed")
     sys.exit(SKIP)
@@ -156,10 +157,15 @@ class Page:
         self.driver = driver
 
     def text(self, element_id):
-        try:
-            return self.driver.find_element(By.ID, element_id).text
-        except Exception:  # not shown now, or re-rendered under us
-            return ""
+        """The element's text, "" when it is not shown."""
+        for _ in range(5):
+            try:
+                return self.driver.find_element(By.ID, element_id).text
+            except NoSuchElementException:
+                return ""
+            except StaleElementReferenceException:
+                pass  # re-rendered between finding and reading: again
+        return ""
 
     def click(self, element_id):
         self.driver.find_element(By.ID, element_id).click()
@@ -348,8 +354,9 @@ def draft(page):
         def play():
             if page.text("session") == "No champion select." or page.text("session-phase") == "FINALIZATION":
                 return True
-            if page.text("ceremony"):
-                ceremonies.add(page.text("ceremony"))
+            shown = page.text("ceremony")
+            if shown:
+                ceremonies.add(shown)
             mine = page.text("my-action")
             for kind in ("ban", "pick"):
                 if mine.startswith("your turn: " + kind) and kind not in locked:
