@@ -31,6 +31,7 @@ let everConnected = false;
 // plugin's timers are in the world's time.
 let worldSpeed = 1;
 let checkSeenAt = 0;
+let searchSeenAt = 0;
 let shownGrid = "";
 let sessionShown = false;
 const SESSION_ERRORS = ["action-error", "selection-error", "trade-error", "boost-error"];
@@ -218,6 +219,10 @@ function tick() {
   if (session && timer) {
     timer.textContent = secondsLeft(URI.session, (session.timer || {}).adjustedTimeLeftInPhase || 0);
   }
+  const queue = $("queue-time");
+  if (queue) {
+    queue.textContent = Math.floor(((performance.now() - searchSeenAt) / 1000) * worldSpeed) + " s";
+  }
   const check = $("check-timer");
   if (check) {
     const search = resources.get(URI.search) || {};
@@ -273,7 +278,15 @@ function renderSearch() {
   if (!search) {
     $("search").textContent = "No search.";
     checkSeenAt = 0;
+    searchSeenAt = 0;
     return;
+  }
+  // The plugin does not count the time in queue: counted here from the
+  // value it gives, or from when the search was first seen.
+  if (search.isCurrentlyInQueue) {
+    if (!searchSeenAt) searchSeenAt = performance.now() - (search.timeInQueue || 0) * 1000 / worldSpeed;
+  } else {
+    searchSeenAt = 0;
   }
   const check = search.readyCheck || {};
   if (check.state === "InProgress") {
@@ -290,7 +303,8 @@ function renderSearch() {
   $("search").innerHTML =
     `<p>state <strong id="search-state">${escape(search.searchState)}</strong>` +
     (search.isCurrentlyInQueue ? " (in queue)" : "") +
-    `, ${Math.round(search.timeInQueue || 0)} s in queue, estimate ${Math.round(search.estimatedQueueTime || 0)} s</p>` +
+    (search.isCurrentlyInQueue ? `, <span id="queue-time"></span> in queue` : "") +
+    `, estimate ${Math.round(search.estimatedQueueTime || 0)} s</p>` +
     `<p>ready check <strong id="ready-check-state">${escape(check.state)}</strong>` +
     (check.state === "InProgress" ? `, <span id="check-timer"></span>` : "") +
     `; your answer: ${escape(check.playerResponse)}` +

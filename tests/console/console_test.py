@@ -318,6 +318,8 @@ def draft(page):
         # Matchmaking and the ready checks: a stranger declines the first.
         page.click("start-search")
         page.wait(lambda: page.text("search-state") == "Searching", 10, "the search shows Searching")
+        page.wait(lambda: page.text("queue-time") not in ("", "0 s"), 5,
+                  lambda: "the time in queue counts up: " + page.text("queue-time"))
         check("estimate" in page.text("search"), "the search shows its estimate: " + page.text("search").splitlines()[0])
         page.shot("5-searching")
         page.wait(lambda: page.text("ready-check-state") == "InProgress", 20, "a ready check is shown")
