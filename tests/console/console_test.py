@@ -218,6 +218,9 @@ class Page:
         return [b.get_attribute("data-champion")
                 for b in self.driver.find_elements(By.CSS_SELECTOR, "#champions button:not([disabled])")]
 
+    def champion(self, champion):
+        return self.driver.find_element(By.CSS_SELECTOR, '#champions button[data-champion="%s"]' % champion)
+
     def lock_in(self, kind, avoid, first=None):
         """Chooses a champion from the grid, `first` if it is offered, and
         locks it in, skipping those the service refuses (taken meanwhile)."""
@@ -225,7 +228,7 @@ class Page:
         for champion in ([first] if first in offered else []) + offered:
             if champion in avoid or champion == "-1":
                 continue
-            self.driver.find_element(By.CSS_SELECTOR, '#champions button[data-champion="%s"]' % champion).click()
+            self.champion(champion).click()
             self.click("lock-in")
             deadline = time.time() + 3
             while time.time() < deadline:
@@ -320,7 +323,8 @@ def draft(page):
         page.wait(lambda: page.text("search-state") == "Searching", 10, "the search shows Searching")
         page.wait(lambda: page.text("queue-time") not in ("", "0 s"), 5,
                   lambda: "the time in queue counts up: " + page.text("queue-time"))
-        check("estimate" in page.text("search"), "the search shows its estimate: " + page.text("search").splitlines()[0])
+        check("estimate" in page.text("search"),
+              "the search shows its estimate: " + page.text("search").splitlines()[0])
         page.shot("5-searching")
         page.wait(lambda: page.text("ready-check-state") == "InProgress", 20, "a ready check is shown")
         check(page.text("search-state") == "Found", "the search shows Found")
@@ -347,7 +351,8 @@ def draft(page):
         intent = page.champions()[-1]
         driver.find_element(By.CSS_SELECTOR, '#champions button[data-champion="%s"]' % intent).click()
         page.click("hover")
-        page.wait(lambda: page.text("my-champion") == "nothing yet" and "(intent %s)" % intent in page.text("session"), 5,
+        page.wait(lambda: page.text("my-champion") == "nothing yet"
+                  and "(intent %s)" % intent in page.text("session"), 5,
                   "our hover shows as our intent: " + intent)
         page.shot("7-planning", show="session-panel")
 
@@ -383,14 +388,17 @@ def draft(page):
         page.wait(lambda: driver.find_elements(By.CSS_SELECTOR, "#trades li[data-state=RECEIVED] button"), 15,
                   "the friend's trade offer is shown")
         page.shot("9-trade-offered", show="session-panel")
-        offered = driver.find_element(By.CSS_SELECTOR, "#trades li[data-state=RECEIVED] button[data-do=accept]")
+        offered = driver.find_element(By.CSS_SELECTOR,
+                                      "#trades li[data-state=RECEIVED] button[data-do=accept]")
         before = page.text("my-champion")
         offered.click()
         page.wait(lambda: page.text("my-champion") not in ("", before), 5,
-                  lambda: "after the trade we play the friend's champion (was %s, now %s)" % (before, page.text("my-champion")))
+                  lambda: "after the trade we play the friend's champion (was %s, now %s)"
+                  % (before, page.text("my-champion")))
         check(page.text("trade-error") == "", "the trade was accepted without a message")
-        page.wait(lambda: int(driver.find_element(By.CSS_SELECTOR, "#skin option").get_attribute("value")) // 1000
-                  == int(page.text("my-champion")), 5, "the skins offered are those of our new champion")
+        first_skin = lambda: int(driver.find_element(By.CSS_SELECTOR, "#skin option").get_attribute("value"))
+        page.wait(lambda: first_skin() // 1000 == int(page.text("my-champion")), 5,
+                  "the skins offered are those of our new champion")
         skin = driver.find_element(By.CSS_SELECTOR, "#skin option:last-child").get_attribute("value")
         driver.find_element(By.CSS_SELECTOR, "#skin option:last-child").click()
         page.click("choose-selection")
@@ -402,7 +410,8 @@ def draft(page):
         boost = page.text("boost")
         page.click("buy-boost")
         page.wait(lambda: page.text("boost-error").startswith("500 Unable to purchase team boost: "), 5,
-                  lambda: "buying a bought boost is refused with the plugin's message: " + page.text("boost-error"))
+                  lambda: "buying a bought boost is refused with the plugin's message: "
+                  + page.text("boost-error"))
         check(page.text("boost") == boost, "the boost shown is unchanged by the refusal")
         page.shot("10-final-phase", show="session-panel")
         page.shot("10-final-phase-narrow", width=420, show="session")
@@ -412,7 +421,8 @@ def draft(page):
                   and page.text("search") == "No search." and page.text("boost") == "No team boost."
                   and page.text("trades") == "No trades." and page.text("countdown") == ""
                   and page.text("boost-error") == "" and not page.champions(), 20,
-                  "at game start the lobby, search, champion select, trades, boost and the session's messages are cleared")
+                  "at game start the lobby, search, champion select, trades, boost and the session's "
+                  "messages are cleared")
         page.shot("11-game-started")
         page.wait(lambda: serve.quiet_for(0.5) and page.last_seq() == serve.last_seq, 10,
                   lambda: "the page followed the whole stream (last seq %d)" % serve.last_seq)
@@ -446,7 +456,7 @@ def keeps_up(page):
         serve.call("POST", BASE + "/v2/position-preferences",
                    {"firstPreference": "TOP", "secondPreference": "JUNGLE"})
         searched = answered = False
-        done, seen_session, sent_at = set(), False, None
+        done, seen_session = set(), False
         deadline = time.time() + 60
         while time.time() < deadline:
             lobby = serve.current(BASE + "/v1/lobby")
