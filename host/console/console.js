@@ -382,7 +382,7 @@ function renderSession() {
   const cell = (p) =>
     `<tr class="${p.cellId === local ? "you" : ""}"><td>${escape(p.cellId)}</td>` +
     `<td>${escape(p.displayName || (p.summonerId ? p.summonerId : "hidden"))}${p.cellId === local ? " (you)" : ""}</td><td>${escape(p.assignedPosition)}</td>` +
-    `<td>${p.championId ? escape(p.championId) : "-"}${p.championPickIntent ? " (intent " + escape(p.championPickIntent) + ")" : ""}</td>` +
+    `<td>${p.championId ? escape(p.championId) : "-"}${p.championPickIntent && p.championPickIntent !== p.championId ? " (intent " + escape(p.championPickIntent) + ")" : ""}</td>` +
     `<td>${escape(p.selectedSkinId || "")}</td><td>${escape(p.spell1Id)}/${escape(p.spell2Id)}</td>` +
     `<td>${p.wardSkinId >= 0 ? escape(p.wardSkinId) : ""}</td></tr>`;
   const team = (id, cells) =>
