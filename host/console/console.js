@@ -126,8 +126,15 @@ function connect() {
       resources.delete(event.uri);
       arrivedAt.delete(event.uri);
     } else {
+      // A session republished from the same game record (a ceremony's end, a
+      // ward skin) repeats that record's time left: it counts from the
+      // record's arrival, not from the republication.
+      const before = resources.get(event.uri);
+      const receivedAt = (data) => data && data.timer && data.timer.internalNowInEpochMs;
+      if (!(arrivedAt.has(event.uri) && receivedAt(before) && receivedAt(before) === receivedAt(event.data))) {
+        arrivedAt.set(event.uri, performance.now());
+      }
       resources.set(event.uri, event.data);
-      arrivedAt.set(event.uri, performance.now());
     }
     lastSeq = Math.max(lastSeq, event.seq);
     if (!event.snapshot) {

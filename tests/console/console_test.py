@@ -370,6 +370,10 @@ def draft(page):
                     check((" %s " % kind) in page.text("action-set"),
                           "the action set shows our %s: %s" % (kind, page.text("action-set")))
                     page.shot("8-" + kind, show="session-panel")
+                    if kind == "ban":
+                        left = int(page.text("phase-timer"))
+                        page.wait(lambda: int(page.text("phase-timer")) < left, 3,
+                                  "the phase's time left counts down from %d s" % left)
                     champion = page.lock_in(kind, avoid - {intent} if kind == "pick" else avoid,
                                             first=intent if kind == "pick" else None)
                     if champion is not None:
