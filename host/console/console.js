@@ -27,6 +27,7 @@ let selectedChampion = 0;
 let socket = null;
 let retryDelay = 500;
 let everConnected = false;
+let lastToken = "";
 // Simulated seconds per real second; the world's clock may run fast, and the
 // plugin's timers are in the world's time.
 let worldSpeed = 1;
@@ -90,6 +91,7 @@ function connect() {
     resources.clear();
     arrivedAt.clear();
     lastSeq = 0;
+    lastToken = "";
     clearErrors(ALL_ERRORS);
     $("connection").textContent = "connected";
     $("connection").className = "state-open";
@@ -121,6 +123,12 @@ function connect() {
         scheduleRender();
       }
       return;
+    }
+    // The search with the token no longer shows it, yet leaving the
+    // low-priority queue needs it: the last one seen is kept.
+    if (event.uri === URI.search && event.data && event.data.lowPriorityData &&
+        event.data.lowPriorityData.quitguardedAccessToken) {
+      lastToken = event.data.lowPriorityData.quitguardedAccessToken;
     }
     if (event.eventType === "Delete") {
       resources.delete(event.uri);
@@ -319,8 +327,8 @@ function renderSearch() {
     `; declined by: <span id="decliners">${escape((check.declinerIds || []).join(", ") || "nobody")}</span></p>` +
     `<p>dodge: ${escape(dodge.state)}${dodge.dodgerId ? " by " + escape(dodge.dodgerId) : ""}</p>` +
     (penalized || low.penaltyTime || low.quitguardedAccessToken
-      ? `<p class="warn">low priority: ${escape(penalized || "-")}, penalty ${escape(low.penaltyTime)} s ` +
-        `(${escape(low.penaltyTimeRemaining)} s left), token <code>${escape(low.quitguardedAccessToken || "-")}</code></p>`
+      ? `<p class="warn" id="low-priority">low priority: ${escape(penalized || "-")}, penalty ${escape(low.penaltyTime)} s` +
+        (low.penaltyTimeRemaining ? ` (${escape(low.penaltyTimeRemaining)} s left)` : "") + `, token <code>${escape(low.quitguardedAccessToken || "-")}</code></p>`
       : "<p>no low-priority penalty</p>") +
     `<p>restrictions: ${errors || "none"}</p>`;
 }
@@ -510,7 +518,7 @@ function wire() {
   };
   const lowPriorityToken = () => {
     const search = resources.get(URI.search);
-    return (search && search.lowPriorityData && search.lowPriorityData.quitguardedAccessToken) || "";
+    return (search && search.lowPriorityData && search.lowPriorityData.quitguardedAccessToken) || lastToken;
   };
   $("start-search").onclick = () =>
     act("search-error", () => api("POST", BASE + "/v1/matchmaking/search", lowPriorityToken()));

@@ -437,6 +437,41 @@ def draft(page):
         check(serve.stop() == 0, "the gateway stops cleanly")
 
 
+def low_priority(page):
+    """A leaver penalty: the search shows it with its token, the page's
+    next search uses the token, and the low-priority queue is abandoned with
+    it; then the friend is kicked and the lobby quit."""
+    serve = Serve("low-priority", "--scenario", "low-priority", "--speed", "5", "--seed", "7")
+    try:
+        page.driver.get(serve.url)
+        page.wait(page.connected, 5, "the page connects")
+        page.click("create-lobby")
+        page.click("set-positions")
+        page.wait(lambda: page.text("lobby-ready") == "ready to queue"
+                  and len(page.driver.find_elements(By.CSS_SELECTOR, "#lobby tbody tr")) == 2, 20,
+                  "the friend joined and the lobby is ready to queue")
+        page.click("start-search")
+        page.wait(lambda: "token lpq-" in page.text("low-priority"), 10,
+                  lambda: "the search shows the penalty and its token: " + page.text("low-priority"))
+        page.shot("13-low-priority")
+        page.click("start-search")
+        page.wait(lambda: page.text("search-state") == "Searching", 10,
+                  "a search with the token is in the low-priority queue")
+        page.click("abandon-low-priority")
+        page.wait(lambda: page.text("search-state") != "Searching" and "(you)" in page.text("lobby"), 10,
+                  lambda: "the low-priority queue is abandoned: " + page.text("search-state"))
+        check(page.text("search-error") == "", "without a message")
+        friend = page.driver.find_element(By.CSS_SELECTOR, "#lobby button[data-do=kick]")
+        friend.click()
+        page.wait(lambda: len(page.driver.find_elements(By.CSS_SELECTOR, "#lobby tbody tr")) == 1, 10,
+                  "the kicked friend leaves the lobby")
+        page.click("quit-lobby")
+        page.wait(lambda: page.text("lobby") == "No lobby.", 10, "quitting removes the lobby")
+        check(page.text("lobby-error") == "", "without a message")
+    finally:
+        serve.stop()
+
+
 def keeps_up(page):
     """A draft at twenty times real speed, played over HTTP by a second
     client while the page watches: the page shows the last event sent."""
@@ -526,7 +561,7 @@ try:
     page = Page(driver)
     page.viewport(1280)
     begun = time.time()
-    for test in (refused_and_reconnected, draft, keeps_up):
+    for test in (refused_and_reconnected, draft, low_priority, keeps_up):
         if sys.argv[3:] and test.__name__ not in sys.argv[3:]:
             continue
         print("== " + test.__name__, flush=True)
