@@ -7,6 +7,7 @@
 #include <string>
 
 #include "framework/codec/Json.h"
+#include "framework/codec/internal/ReadPaths.h"
 #include "framework/codec/internal/ValueBuilder.h"
 
 namespace Orvan::Framework {
@@ -14,7 +15,8 @@ namespace {
 
 class BuildHandler {
 public:
-    explicit BuildHandler(BindingProperty& root) : builder_(root) {}
+    BuildHandler(BindingProperty& root, CodecInternal::ValueBuilder::Path path)
+        : builder_(root, path) {}
 
     bool Null() {
         builder_.Target();
@@ -46,7 +48,7 @@ public:
     }
     bool RawNumber(const char*, rapidjson::SizeType, bool) { return false; }  // not requested
     bool String(const char* text, rapidjson::SizeType length, bool) {
-        builder_.Target().SetString(std::string_view(text, length));
+        builder_.String(std::string_view(text, length));
         return true;
     }
     bool StartObject() { return builder_.BeginStructure() != nullptr; }
@@ -68,9 +70,7 @@ private:
     CodecInternal::ValueBuilder builder_;
 };
 
-}  // namespace
-
-Maybe<BindingProperty> ReadJson(std::string_view text) {
+Maybe<BindingProperty> Read(std::string_view text, CodecInternal::ValueBuilder::Path path) {
     const char* begin = text.data();
     const char* end = begin + text.size();
     if (const void* nul = text.empty() ? nullptr : std::memchr(begin, '\0', text.size())) {
@@ -92,7 +92,7 @@ Maybe<BindingProperty> ReadJson(std::string_view text) {
     // blanks included.
     const std::string terminated(begin, end);
     rapidjson::StringStream stream(terminated.c_str());
-    BuildHandler handler(result);
+    BuildHandler handler(result, path);
     rapidjson::Reader reader;
     rapidjson::ParseResult parsed = reader.Parse<rapidjson::kParseDefaultFlags>(stream, handler);
     if (parsed.IsError()) {
@@ -106,4 +106,17 @@ Maybe<BindingProperty> ReadJson(std::string_view text) {
     return result;
 }
 
+}  // namespace
+
+Maybe<BindingProperty> ReadJson(std::string_view text) {
+    return Read(text, CodecInternal::ValueBuilder::Path::WithModels);
+}
+
+namespace CodecInternal {
+
+Maybe<BindingProperty> ReadJsonGeneralPath(std::string_view text) {
+    return Read(text, ValueBuilder::Path::General);
+}
+
+}  // namespace CodecInternal
 }  // namespace Orvan::Framework

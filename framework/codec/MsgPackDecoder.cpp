@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "framework/codec/MsgPack.h"
+#include "framework/codec/internal/ReadPaths.h"
 #include "framework/codec/internal/ValueBuilder.h"
 
 namespace Orvan::Framework {
@@ -14,7 +15,8 @@ namespace {
 
 class Decoder {
 public:
-    Decoder(const uint8_t* data, size_t size) : data_(data), size_(size), builder_(result_) {}
+    Decoder(const uint8_t* data, size_t size, CodecInternal::ValueBuilder::Path path)
+        : data_(data), size_(size), builder_(result_, path) {}
 
     MsgPackResult Run() {
         while (pos_ < size_) {
@@ -211,7 +213,7 @@ private:
             if (!ReadStringBody(type, text)) {
                 return false;
             }
-            builder_.Target().SetString(text);
+            builder_.String(text);
             return true;
         }
         switch (type) {
@@ -287,14 +289,26 @@ private:
     std::string error_;
 };
 
-}  // namespace
-
-MsgPackResult DecodeMsgPack(const uint8_t* data, size_t size) {
+MsgPackResult Decode(const uint8_t* data, size_t size, CodecInternal::ValueBuilder::Path path) {
     if (size == 0) {
         return MsgPackResult{BindingProperty(), 0};
     }
-    Decoder decoder(data, size);
+    Decoder decoder(data, size, path);
     return decoder.Run();
 }
+
+}  // namespace
+
+MsgPackResult DecodeMsgPack(const uint8_t* data, size_t size) {
+    return Decode(data, size, CodecInternal::ValueBuilder::Path::WithModels);
+}
+
+namespace CodecInternal {
+
+MsgPackResult DecodeMsgPackGeneralPath(const uint8_t* data, size_t size) {
+    return Decode(data, size, ValueBuilder::Path::General);
+}
+
+}  // namespace CodecInternal
 
 }  // namespace Orvan::Framework
