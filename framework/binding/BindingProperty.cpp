@@ -1252,6 +1252,10 @@ void TrimToSize(BindingProperty& container) {
     }
 }
 
+void ReserveStrings(BindingProperty& root, size_t count) {
+    BindingContext::Ensure(root).Strings().Reserve(count);
+}
+
 void GrowFieldsForAppend(BindingProperty& structure) {
     StructureRecord& record = *StructureOf(structure);
     GrowStructure(*Access::Context(structure), record,

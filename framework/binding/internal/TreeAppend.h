@@ -89,6 +89,11 @@ void BeginSizedCollection(BindingProperty& target, size_t capacity);
 // arena, so that a finished record holds only what it needs.
 void TrimToSize(BindingProperty& container);
 
+// Sizes the intern table of the tree of `root` (created when missing) for
+// about `count` texts, so that a reader that knows its input's size skips
+// the table's growth steps.
+void ReserveStrings(BindingProperty& root, size_t count);
+
 // Out of line: the array is full.
 void GrowFieldsForAppend(BindingProperty& structure);
 

@@ -46,6 +46,15 @@ public:
     ValueBuilder(const ValueBuilder&) = delete;
     ValueBuilder& operator=(const ValueBuilder&) = delete;
 
+    // Sizes the tree's string table for an input of `bytes` bytes in which
+    // a text takes about `bytesPerText` bytes; small inputs are left alone
+    // (a lone scalar needs no table).
+    void ExpectInput(size_t bytes, size_t bytesPerText) {
+        if (bytes >= 512) {
+            Internal::ReserveStrings(*root_, bytes / bytesPerText);
+        }
+    }
+
     // Number of open containers.
     size_t Depth() const { return stack_.size(); }
 
