@@ -1256,6 +1256,11 @@ void ReserveStrings(BindingProperty& root, size_t count) {
     BindingContext::Ensure(root).Strings().Reserve(count);
 }
 
+void GrowElementsForAppend(BindingProperty& collection) {
+    CollectionRecord& record = *CollectionOf(collection);
+    GrowCollection(*Access::Context(collection), record, record.size + 1);
+}
+
 void GrowFieldsForAppend(BindingProperty& structure) {
     StructureRecord& record = *StructureOf(structure);
     GrowStructure(*Access::Context(structure), record,

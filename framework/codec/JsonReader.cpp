@@ -23,31 +23,31 @@ public:
     }
 
     bool Null() {
-        builder_.Target();
+        builder_.Null();
         return true;
     }
     bool Bool(bool b) {
-        builder_.Target().SetBool(b);
+        builder_.Bool(b);
         return true;
     }
     bool Int(int i) {
-        builder_.Target().SetSigned(i);
+        builder_.Signed(i);
         return true;
     }
     bool Uint(unsigned u) {
-        builder_.Target().SetUnsigned(u);
+        builder_.Unsigned(u);
         return true;
     }
     bool Int64(int64_t i) {
-        builder_.Target().SetSigned(i);
+        builder_.Signed(i);
         return true;
     }
     bool Uint64(uint64_t u) {
-        builder_.Target().SetUnsigned(u);
+        builder_.Unsigned(u);
         return true;
     }
     bool Double(double d) {
-        builder_.Target().SetFloat(d);
+        builder_.Float(d);
         return true;
     }
     bool RawNumber(const char*, rapidjson::SizeType, bool) { return false; }  // not requested

@@ -154,7 +154,7 @@ private:
         if (!ReadBig<Width>(v)) {
             return false;
         }
-        builder_.Target().SetUnsigned(v);
+        builder_.Unsigned(v);
         return true;
     }
     template <size_t Width, class T>
@@ -163,7 +163,7 @@ private:
         if (!ReadBig<Width>(v)) {
             return false;
         }
-        builder_.Target().SetSigned(static_cast<T>(v));
+        builder_.Signed(static_cast<T>(v));
         return true;
     }
     template <size_t Width>
@@ -195,11 +195,11 @@ private:
     bool ReadValue() {
         uint8_t type = data_[pos_++];
         if (type <= 0x7F) {
-            builder_.Target().SetSigned(type);
+            builder_.Signed(type);
             return true;
         }
         if (type >= 0xE0) {
-            builder_.Target().SetSigned(static_cast<int8_t>(type));
+            builder_.Signed(static_cast<int8_t>(type));
             return true;
         }
         if (type <= 0x8F) {
@@ -218,11 +218,11 @@ private:
         }
         switch (type) {
             case 0xC0:
-                builder_.Target();
+                builder_.Null();
                 return true;
             case 0xC2:
             case 0xC3:
-                builder_.Target().SetBool(type == 0xC3);
+                builder_.Bool(type == 0xC3);
                 return true;
             case 0xC4:
                 return ReadBlob<1>();
@@ -238,7 +238,7 @@ private:
                 uint32_t narrow = static_cast<uint32_t>(bits);
                 float f;
                 std::memcpy(&f, &narrow, sizeof f);
-                builder_.Target().SetFloat(f);
+                builder_.Float(f);
                 return true;
             }
             case 0xCB: {
@@ -248,7 +248,7 @@ private:
                 }
                 double d;
                 std::memcpy(&d, &bits, sizeof d);
-                builder_.Target().SetFloat(d);
+                builder_.Float(d);
                 return true;
             }
             case 0xCC:

@@ -114,6 +114,30 @@ inline BindingProperty& AppendField(BindingProperty& structure, InternEntry* nam
     return entry->value;
 }
 
+// Out of line: the array is full.
+void GrowElementsForAppend(BindingProperty& collection);
+
+// Appends an "empty" element to a collection and returns it.
+inline BindingProperty& AppendElement(BindingProperty& collection) {
+    CollectionRecord* record = CollectionOf(collection);
+    if (record->size == record->capacity) {
+        GrowElementsForAppend(collection);
+    }
+    BindingProperty* element =
+        ::new (static_cast<void*>(record->items + record->size)) BindingProperty();
+    BindingContext::Context(*element) = BindingContext::Context(collection);
+    BindingContext::OwnsContext(*element) = 0;
+    ++record->size;
+    return *element;
+}
+
+// Makes the "empty" value `target` a scalar held inline (bool, signed,
+// unsigned, float) with the given payload bits.
+inline void SetInline(BindingProperty& target, BindingKind kind, uint64_t payload) {
+    BindingContext::Kind(target) = kind;
+    BindingContext::Payload(target) = payload;
+}
+
 // Makes the "empty" value `target` the string of `entry`, taking a reference.
 inline void AdoptString(BindingProperty& target, InternEntry* entry) {
     InternTable::Retain(entry);

@@ -23,8 +23,10 @@
 // Threads: one builder is used by one thread.
 #pragma once
 
+#include <bit>
 #include <cassert>
 #include <cstddef>
+#include <cstdint>
 #include <string_view>
 #include <vector>
 
@@ -95,7 +97,7 @@ public:
         }
         Frame& top = stack_.back();
         if (top.isCollection) {
-            BindingProperty& element = top.value->Append();
+            BindingProperty& element = Internal::AppendElement(*top.value);
             if (useModels_) {
                 // The previous element, or for the first one the first
                 // element of the model array.
@@ -117,6 +119,47 @@ public:
         field_ = nullptr;
         model_ = fieldModel_;
         return *target;
+    }
+
+    // Scalars at the next target; a fresh target (the usual case) is set in
+    // place, one that a repeated name reached is cleared first.
+    void Null() {
+        BindingProperty& target = Target();
+        if (!target.IsEmpty()) {
+            target.Clear();  // a repeated name: the last value, null, wins
+        }
+    }
+    void Bool(bool value) {
+        BindingProperty& target = Target();
+        if (target.IsEmpty()) {
+            Internal::SetInline(target, BindingKind::Bool, value ? 1 : 0);
+        } else {
+            target.SetBool(value);
+        }
+    }
+    void Signed(int64_t value) {
+        BindingProperty& target = Target();
+        if (target.IsEmpty()) {
+            Internal::SetInline(target, BindingKind::Signed, static_cast<uint64_t>(value));
+        } else {
+            target.SetSigned(value);
+        }
+    }
+    void Unsigned(uint64_t value) {
+        BindingProperty& target = Target();
+        if (target.IsEmpty()) {
+            Internal::SetInline(target, BindingKind::Unsigned, value);
+        } else {
+            target.SetUnsigned(value);
+        }
+    }
+    void Float(double value) {
+        BindingProperty& target = Target();
+        if (target.IsEmpty()) {
+            Internal::SetInline(target, BindingKind::Float, std::bit_cast<uint64_t>(value));
+        } else {
+            target.SetFloat(value);
+        }
     }
 
     // Sets the next target to a string, reusing the model's entry when the
