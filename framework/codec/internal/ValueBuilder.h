@@ -192,7 +192,7 @@ public:
         } else {
             target.SetEmptyCollection();
         }
-        stack_.push_back(Frame{&target, model, 0, true});
+        Push(&target, model, true);
         return &target;
     }
 
@@ -208,7 +208,7 @@ public:
         } else {
             target.SetEmptyStructure();
         }
-        stack_.push_back(Frame{&target, model, 0, false});
+        Push(&target, model, false);
         return &target;
     }
 
@@ -230,6 +230,16 @@ private:
         size_t next;                   // structures: the model's field the next name should match
         bool isCollection;
     };
+
+    // Filled in place: a frame built aside and copied in is read back as
+    // whole 16-byte words before its separate stores have landed.
+    void Push(BindingProperty* value, const BindingProperty* model, bool isCollection) {
+        Frame& frame = stack_.emplace_back();
+        frame.value = value;
+        frame.model = model;
+        frame.next = 0;
+        frame.isCollection = isCollection;
+    }
 
     // The field of the open structure named `name`: appended with the model's
     // name when it is the model's next one, else through MutableField (which
