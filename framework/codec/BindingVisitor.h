@@ -14,6 +14,7 @@
 // Threads: one walk on one thread; the tree must not change during the walk.
 #pragma once
 
+#include <bit>
 #include <cstddef>
 #include <cstdint>
 #include <span>
@@ -21,6 +22,7 @@
 #include <vector>
 
 #include "framework/binding/BindingProperty.h"
+#include "framework/binding/internal/TreeAppend.h"
 
 namespace Orvan::Framework {
 
@@ -47,18 +49,18 @@ public:
 
 namespace CodecInternal {
 
+// The walk reads the tree's records directly: it runs once per value of
+// every document written, and the public accessors are calls into the
+// value library.
 struct WalkFrame {
-    // Collections: the elements and the next index.
-    const BindingProperty* elements = nullptr;
-    size_t count = 0;
+    // Collections: the next element and the end, and the next index.
+    const BindingProperty* element = nullptr;
+    const BindingProperty* elementEnd = nullptr;
     size_t index = 0;
     // Structures: the next field, the end, and the name of the field in progress.
-    BindingProperty::FieldIterator field;
-    BindingProperty::FieldIterator fieldEnd;
-    // Kept as two words: the name arrives inside a returned FieldRef, and
-    // copying it as one 16-byte block stalls on the two stores that wrote it.
-    const char* nameData = nullptr;
-    size_t nameSize = 0;
+    const Internal::FieldEntry* field = nullptr;
+    const Internal::FieldEntry* fieldEnd = nullptr;
+    const Internal::InternEntry* name = nullptr;
     bool isCollection = false;
     bool inItem = false;  // an element or field value has been visited and awaits its end
 };
@@ -66,24 +68,25 @@ struct WalkFrame {
 // Visits a scalar directly, or opens a container (pushing a frame).
 template <class Visitor>
 void VisitOrOpen(const BindingProperty& value, Visitor& visitor, std::vector<WalkFrame>& stack) {
+    uint64_t payload = BindingContext::Payload(value);
     switch (value.Kind()) {
         case BindingKind::Empty:
             visitor.VisitEmpty();
             break;
         case BindingKind::Bool:
-            visitor.VisitBool(value.GetBool());
+            visitor.VisitBool(payload != 0);
             break;
         case BindingKind::Signed:
-            visitor.VisitSigned(value.GetSigned());
+            visitor.VisitSigned(static_cast<int64_t>(payload));
             break;
         case BindingKind::Unsigned:
-            visitor.VisitUnsigned(value.GetUnsigned());
+            visitor.VisitUnsigned(payload);
             break;
         case BindingKind::Float:
-            visitor.VisitFloat(value.GetFloat());
+            visitor.VisitFloat(std::bit_cast<double>(payload));
             break;
         case BindingKind::String:
-            visitor.VisitString(value.GetString());
+            visitor.VisitString(Internal::StringEntryOf(value)->View());
             break;
         case BindingKind::Blob:
             visitor.VisitBlob(value.GetBlob());
@@ -92,21 +95,21 @@ void VisitOrOpen(const BindingProperty& value, Visitor& visitor, std::vector<Wal
             visitor.VisitEnum(value.GetEnum());
             break;
         case BindingKind::Collection: {
-            std::span<const BindingProperty> elements = value.Elements();
-            visitor.BeginCollection(elements.size());
+            const Internal::CollectionRecord* record = Internal::CollectionOf(value);
+            visitor.BeginCollection(record->size);
             // Filled in place: copying a whole frame costs more than the walk step.
             WalkFrame& frame = stack.emplace_back();
-            frame.elements = elements.data();
-            frame.count = elements.size();
+            frame.element = record->items;
+            frame.elementEnd = record->items + record->size;
             frame.isCollection = true;
             break;
         }
         case BindingKind::Structure: {
-            BindingProperty::FieldRange fields = value.Fields();
-            visitor.BeginStructure(fields.size());
+            const Internal::StructureRecord* record = Internal::StructureOf(value);
+            visitor.BeginStructure(record->size);
             WalkFrame& frame = stack.emplace_back();
-            frame.field = fields.begin();
-            frame.fieldEnd = fields.end();
+            frame.field = record->items;
+            frame.fieldEnd = record->items + record->size;
             break;
         }
     }
@@ -125,9 +128,10 @@ void WalkBinding(const BindingProperty& value, Visitor& visitor) {
             if (frame.inItem) {
                 visitor.EndElement(frame.index);
                 ++frame.index;
+                ++frame.element;
                 frame.inItem = false;
             }
-            if (frame.index == frame.count) {
+            if (frame.element == frame.elementEnd) {
                 stack.pop_back();
                 visitor.EndCollection();
                 continue;
@@ -135,10 +139,10 @@ void WalkBinding(const BindingProperty& value, Visitor& visitor) {
             frame.inItem = true;
             visitor.BeginElement(frame.index);
             // The push below may move the frame; nothing reads it afterwards.
-            CodecInternal::VisitOrOpen(frame.elements[frame.index], visitor, stack);
+            CodecInternal::VisitOrOpen(*frame.element, visitor, stack);
         } else {
             if (frame.inItem) {
-                visitor.EndField(std::string_view(frame.nameData, frame.nameSize));
+                visitor.EndField(frame.name->View());
                 ++frame.field;
                 frame.inItem = false;
             }
@@ -147,14 +151,11 @@ void WalkBinding(const BindingProperty& value, Visitor& visitor) {
                 visitor.EndStructure();
                 continue;
             }
-            BindingProperty::FieldRef field = *frame.field;
-            const char* nameData = field.name.data();
-            size_t nameSize = field.name.size();
-            frame.nameData = nameData;
-            frame.nameSize = nameSize;
+            const Internal::FieldEntry* field = frame.field;
+            frame.name = field->name;
             frame.inItem = true;
-            visitor.FieldName(std::string_view(nameData, nameSize));
-            CodecInternal::VisitOrOpen(field.value, visitor, stack);
+            visitor.FieldName(field->name->View());
+            CodecInternal::VisitOrOpen(field->value, visitor, stack);
         }
     }
 }
