@@ -43,11 +43,14 @@ def main():
         if not out.strip():
             continue  # the filter matched nothing in this executable
         times = {}
+        allocated = {}
         for b in json.loads(out)["benchmarks"]:
             if b.get("run_type") != "iteration":
                 continue
             name = b["run_name"].replace("/real_time", "")
             times.setdefault(name, []).append(b[clock])
+            if "allocated" in b:
+                allocated[name] = b["allocated"]
         if not times:
             continue
         best = {name: statistics.median(values) for name, values in times.items()}
@@ -58,6 +61,10 @@ def main():
             for ref in refs:
                 theirs = best[f"{prefix}/{ref}"]
                 line += f" | {ref} {theirs / 1000:10.1f} us ratio {theirs / mine:5.2f}"
+            reference = f"{prefix}/{refs[0]}"
+            if f"{prefix}/{ours}" in allocated and allocated.get(reference):
+                line += (f" | allocated {allocated[f'{prefix}/{ours}'] / 1024:8.0f} KiB,"
+                         f" {allocated[f'{prefix}/{ours}'] / allocated[reference]:4.2f} x the reference")
             print(line)
 
 

@@ -14,6 +14,7 @@
 
 #include "framework/binding/internal/BindingContext.h"
 #include "framework/binding/internal/TreeAppend.h"
+#include "framework/platform/PageSource.h"
 
 namespace Orvan::Framework {
 
@@ -699,6 +700,11 @@ BindingContext& BindingContext::Create(BindingProperty& value) {
     value.context_ = new BindingContext();
     value.ownsContext_ = 1;
     return *value.context_;
+}
+
+size_t BindingContext::AllocatedBytes() const {
+    return PageCount() * Platform::PageSource::kPageSize + arena_.LargeBytes() +
+           strings_.BucketCount() * sizeof(void*);
 }
 
 // --- lifetime ---------------------------------------------------------------

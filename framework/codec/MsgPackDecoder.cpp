@@ -16,7 +16,10 @@ namespace {
 class Decoder {
 public:
     Decoder(const uint8_t* data, size_t size, CodecInternal::ValueBuilder::Path path)
-        : data_(data), size_(size), builder_(result_, path) {}
+        : data_(data), size_(size), builder_(result_, path) {
+        // A record's text (key or value) every 32 bytes or so.
+        builder_.ExpectInput(size, 32);
+    }
 
     MsgPackResult Run() {
         while (pos_ < size_) {
@@ -138,7 +141,10 @@ private:
         return true;
     }
     bool OpenStructure(uint64_t n) {
-        if (builder_.BeginStructure() == nullptr) {
+        // Each entry takes at least two bytes.
+        size_t available = (size_ - pos_) / 2;
+        size_t reserve = static_cast<size_t>(n < available ? n : available);
+        if (builder_.BeginStructure(reserve) == nullptr) {
             return TooDeep();
         }
         counts_.push_back(Count{n * 2, 0});

@@ -196,14 +196,18 @@ public:
         return &target;
     }
 
-    BindingProperty* BeginStructure() {
+    // A structure's `reserve` is the field count its input announces (the
+    // caller bounds it by what the input can hold).
+    BindingProperty* BeginStructure(size_t reserve = 0) {
         if (stack_.size() >= kMaxNestingDepth) {
             return nullptr;
         }
         BindingProperty& target = Target();
         const BindingProperty* model =
             model_ != nullptr && model_->Kind() == BindingKind::Structure ? model_ : nullptr;
-        if (model != nullptr) {
+        if (reserve != 0) {
+            Internal::BeginSizedStructure(target, reserve);
+        } else if (model != nullptr) {
             Internal::BeginSizedStructure(target, Internal::StructureOf(*model)->size);
         } else {
             target.SetEmptyStructure();
