@@ -93,6 +93,7 @@ public:
         model_ = nullptr;
         if (stack_.empty()) {
             rootDone_ = true;
+            lastTarget_ = root_;
             return *root_;
         }
         Frame& top = stack_.back();
@@ -108,18 +109,24 @@ public:
                     model_ = Internal::CollectionOf(*top.model)->items;
                 }
             }
+            lastTarget_ = &element;
             return element;
         }
         if (hasDeferredKey_) {
             hasDeferredKey_ = false;
-            return NamedField(top, deferredKey_);
+            lastTarget_ = &NamedField(top, deferredKey_);
+            return *lastTarget_;
         }
         assert(field_);
         BindingProperty* target = field_;
         field_ = nullptr;
         model_ = fieldModel_;
+        lastTarget_ = target;
         return *target;
     }
+
+    // The value the last scalar event filled.
+    BindingProperty& LastTarget() { return *lastTarget_; }
 
     // Scalars at the next target; a fresh target (the usual case) is set in
     // place, one that a repeated name reached is cleared first.
@@ -269,6 +276,7 @@ private:
     const BindingProperty* model_ = nullptr;       // the model of the last target
     const BindingProperty* fieldModel_ = nullptr;  // the model of the value of field_
     BindingProperty* field_ = nullptr;             // the target named by the last key
+    BindingProperty* lastTarget_ = nullptr;
     std::string_view deferredKey_;
     bool hasDeferredKey_ = false;
     std::vector<Frame> stack_;
