@@ -65,6 +65,10 @@ struct WalkFrame {
     bool inItem = false;  // an element or field value has been visited and awaits its end
 };
 
+inline bool IsContainer(const BindingProperty& value) {
+    return value.Kind() == BindingKind::Collection || value.Kind() == BindingKind::Structure;
+}
+
 // Visits a scalar directly, or opens a container (pushing a frame).
 template <class Visitor>
 void VisitOrOpen(const BindingProperty& value, Visitor& visitor, std::vector<WalkFrame>& stack) {
@@ -117,6 +121,8 @@ void VisitOrOpen(const BindingProperty& value, Visitor& visitor, std::vector<Wal
 
 }  // namespace CodecInternal
 
+// Runs of scalars inside a container are visited in an inner loop; the frame
+// is touched again only when a nested container opens or the run ends.
 template <class Visitor>
 void WalkBinding(const BindingProperty& value, Visitor& visitor) {
     std::vector<CodecInternal::WalkFrame> stack;
@@ -131,30 +137,52 @@ void WalkBinding(const BindingProperty& value, Visitor& visitor) {
                 ++frame.element;
                 frame.inItem = false;
             }
-            if (frame.element == frame.elementEnd) {
+            const BindingProperty* element = frame.element;
+            const BindingProperty* end = frame.elementEnd;
+            size_t index = frame.index;
+            for (; element != end; ++element, ++index) {
+                visitor.BeginElement(index);
+                if (CodecInternal::IsContainer(*element)) {
+                    break;
+                }
+                CodecInternal::VisitOrOpen(*element, visitor, stack);
+                visitor.EndElement(index);
+            }
+            if (element == end) {
                 stack.pop_back();
                 visitor.EndCollection();
                 continue;
             }
+            frame.element = element;
+            frame.index = index;
             frame.inItem = true;
-            visitor.BeginElement(frame.index);
             // The push below may move the frame; nothing reads it afterwards.
-            CodecInternal::VisitOrOpen(*frame.element, visitor, stack);
+            CodecInternal::VisitOrOpen(*element, visitor, stack);
         } else {
             if (frame.inItem) {
                 visitor.EndField(frame.name->View());
                 ++frame.field;
                 frame.inItem = false;
             }
-            if (frame.field == frame.fieldEnd) {
+            const Internal::FieldEntry* field = frame.field;
+            const Internal::FieldEntry* end = frame.fieldEnd;
+            for (; field != end; ++field) {
+                std::string_view name = field->name->View();
+                visitor.FieldName(name);
+                if (CodecInternal::IsContainer(field->value)) {
+                    break;
+                }
+                CodecInternal::VisitOrOpen(field->value, visitor, stack);
+                visitor.EndField(name);
+            }
+            if (field == end) {
                 stack.pop_back();
                 visitor.EndStructure();
                 continue;
             }
-            const Internal::FieldEntry* field = frame.field;
+            frame.field = field;
             frame.name = field->name;
             frame.inItem = true;
-            visitor.FieldName(field->name->View());
             CodecInternal::VisitOrOpen(field->value, visitor, stack);
         }
     }
