@@ -1,7 +1,8 @@
 // Inputs of the codec benchmarks, generated deterministically: a lobby record
 // (about 1.5 KB of JSON: three members), a champion-select record (about 12 KB: ten cells,
 // six action sets, an inventory of 160 champions) and an array of
-// champion-select records (about 2 MB). Each comes as JSON text, as
+// champion-select records (about 2 MB), and generated documents of four
+// DTO shapes at 1 KB, 32 KB and 2 MB (see Shaped). Each comes as JSON text, as
 // MessagePack bytes and as block-style YAML text holding the same value.
 //
 // Header-only; each benchmark executable includes it once. Not thread-safe
@@ -16,6 +17,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace Orvan::Framework::Bench {
@@ -347,7 +349,22 @@ inline void YamlScalar(std::string& out, const rapidjson::Value& v) {
                          ((s[0] >= 'a' && s[0] <= 'z') || (s[0] >= 'A' && s[0] <= 'Z')) &&
                          s.find_first_of(":#@'\"") == std::string::npos && s != "true" &&
                          s != "false" && s != "null" && s != "NONE" && s != "ON";
-            out += plain ? s : "\"" + s + "\"";
+            if (plain && s.find('\n') == std::string::npos) {
+                out += s;
+                break;
+            }
+            out += '"';
+            for (char c : s) {
+                if (c == '"' || c == '\\') {
+                    out += '\\';
+                    out += c;
+                } else if (c == '\n') {
+                    out += "\\n";
+                } else {
+                    out += c;
+                }
+            }
+            out += '"';
         }
     }
 }
@@ -420,6 +437,125 @@ inline CodecInput Make(std::string name, std::string json) {
     return input;
 }
 
+// Generated DTO-shaped documents, each an object holding one array of items
+// and grown item by item until it reaches its size. Names are written in byte
+// order, as every record the services send arrives.
+//   records: flat records of a dozen scalars (arrays of records);
+//   deep:    records nesting records five levels down, each with a list of two;
+//   texts:   records dominated by long texts (100 to 2000 bytes, some escapes);
+//   numbers: records of many numbers (floats, negative and large integers).
+inline void DeepRecord(Writer& w, Random& r, int depth) {
+    w.StartObject();
+    w.Key("children");
+    w.StartArray();
+    if (depth > 0) {
+        DeepRecord(w, r, depth - 1);
+        DeepRecord(w, r, depth - 2);
+    }
+    w.EndArray();
+    w.Key("id");
+    w.Uint(r.Below(100000));
+    w.Key("kind");
+    w.String(depth % 2 == 0 ? "group" : "entry");
+    w.Key("label");
+    w.String(r.Word(6 + r.Below(10)).c_str());
+    if (depth > 0) {
+        w.Key("owner");
+        DeepRecord(w, r, depth - 1);
+    }
+    w.Key("visible");
+    w.Bool(r.Flip());
+    w.EndObject();
+}
+
+inline void ShapedItem(Writer& w, Random& r, const std::string& shape, int index) {
+    if (shape == "deep") {
+        DeepRecord(w, r, 4);
+        return;
+    }
+    w.StartObject();
+    if (shape == "records") {
+        w.Key("accountId");
+        w.Uint64(3000000000ull + r.Next());
+        w.Key("active");
+        w.Bool(r.Flip());
+        w.Key("displayName");
+        w.String(r.Word(5 + r.Below(12)).c_str());
+        w.Key("iconId");
+        w.Uint(r.Below(6000));
+        w.Key("index");
+        w.Int(index);
+        w.Key("level");
+        w.Uint(r.Below(900));
+        w.Key("platformId");
+        w.String(r.Flip() ? "EUW1" : "NA1");
+        w.Key("position");
+        w.String(r.Flip() ? "MIDDLE" : "UTILITY");
+        w.Key("puuid");
+        w.String(r.Word(36).c_str());
+        w.Key("ready");
+        w.Bool(r.Flip());
+        w.Key("teamId");
+        w.Int(r.Flip() ? 100 : 200);
+        w.Key("wins");
+        w.Uint(r.Below(3000));
+    } else if (shape == "texts") {
+        w.Key("body");
+        std::string body;
+        size_t length = 100 + r.Below(1900);
+        while (body.size() < length) {
+            body += r.Word(1 + r.Below(9));
+            body += r.Below(16) == 0 ? "\n\"quoted\" " : " ";
+        }
+        w.String(body.c_str());
+        w.Key("id");
+        w.Uint(static_cast<unsigned>(index));
+        w.Key("summary");
+        w.String((r.Word(40) + " " + r.Word(60)).c_str());
+        w.Key("title");
+        w.String(r.Word(20 + r.Below(30)).c_str());
+    } else {  // numbers
+        w.Key("counts");
+        w.StartArray();
+        for (int i = 0; i < 8; ++i) {
+            w.Uint(r.Below(1000000));
+        }
+        w.EndArray();
+        w.Key("delta");
+        w.Int(-static_cast<int>(r.Below(100000)));
+        w.Key("id");
+        w.Uint64(9000000000000ull + r.Next());
+        w.Key("position");
+        w.StartArray();
+        for (int i = 0; i < 3; ++i) {
+            w.Double(static_cast<double>(r.Next()) / 7919.0 - 200000.0);
+        }
+        w.EndArray();
+        w.Key("ratio");
+        w.Double(static_cast<double>(r.Below(1000000)) / 1000003.0);
+        w.Key("timestamp");
+        w.Uint64(1700000000000ull + r.Below(100000000));
+    }
+    w.EndObject();
+}
+
+inline std::string Shaped(Random& r, const std::string& shape, size_t size) {
+    rapidjson::StringBuffer b;
+    Writer w(b);
+    w.StartObject();
+    w.Key("items");
+    w.StartArray();
+    int index = 0;
+    while (b.GetSize() < size) {
+        ShapedItem(w, r, shape, index++);
+    }
+    w.EndArray();
+    w.Key("total");
+    w.Int(index);
+    w.EndObject();
+    return b.GetString();
+}
+
 }  // namespace Detail
 
 inline const std::vector<CodecInput>& Inputs() {
@@ -448,6 +584,13 @@ inline const std::vector<CodecInput>& Inputs() {
             }
             w.EndArray();
             list.push_back(Make("array2mb", b.GetString()));
+        }
+        for (const char* shape : {"records", "deep", "texts", "numbers"}) {
+            for (auto [label, size] :
+                 {std::pair{"1k", size_t{1024}}, std::pair{"32k", size_t{32768}},
+                  std::pair{"2m", size_t{2 * 1024 * 1024}}}) {
+                list.push_back(Make(std::string(shape) + label, Shaped(r, shape, size)));
+            }
         }
         return list;
     }();

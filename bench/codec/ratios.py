@@ -5,7 +5,11 @@ is better). Repetitions are interleaved at random and the median of each
 benchmark is used, so that load from other work on the machine falls on both
 sides alike.
 
-Usage: bench/codec/ratios.py BUILD_DIR [REPETITIONS]
+Times are the CPU time of the benchmark's thread unless --real is given:
+the machine is shared, and time spent waiting for a core is not the code's.
+A FILTER (a Google Benchmark regular expression) limits the run.
+
+Usage: bench/codec/ratios.py [--real] BUILD_DIR [REPETITIONS] [FILTER]
 """
 import json
 import statistics
@@ -22,19 +26,33 @@ PAIRS = {
 
 
 def main():
-    build = sys.argv[1]
-    repetitions = sys.argv[2] if len(sys.argv) > 2 else "7"
+    args = sys.argv[1:]
+    clock = "cpu_time"
+    if args and args[0] == "--real":
+        clock = "real_time"
+        args = args[1:]
+    build = args[0]
+    repetitions = args[1] if len(args) > 1 else "7"
+    extra = [f"--benchmark_filter={args[2]}"] if len(args) > 2 else []
     for exe, (ours, refs) in PAIRS.items():
         out = subprocess.run(
             [f"{build}/bench/codec/{exe}", "--benchmark_format=json", "--benchmark_min_time=0.1",
-             f"--benchmark_repetitions={repetitions}", "--benchmark_enable_random_interleaving=true"],
-            check=True, capture_output=True, text=True).stdout
+             f"--benchmark_repetitions={repetitions}", "--benchmark_enable_random_interleaving=true"]
+            + extra,
+            capture_output=True, text=True).stdout
+        if not out.strip():
+            continue  # the filter matched nothing in this executable
         times = {}
+        allocated = {}
         for b in json.loads(out)["benchmarks"]:
             if b.get("run_type") != "iteration":
                 continue
             name = b["run_name"].replace("/real_time", "")
-            times.setdefault(name, []).append(b["real_time"])
+            times.setdefault(name, []).append(b[clock])
+            if "allocated" in b:
+                allocated[name] = b["allocated"]
+        if not times:
+            continue
         best = {name: statistics.median(values) for name, values in times.items()}
         prefixes = list(dict.fromkeys(name.rsplit("/", 1)[0] for name in best))
         for prefix in prefixes:
@@ -43,6 +61,10 @@ def main():
             for ref in refs:
                 theirs = best[f"{prefix}/{ref}"]
                 line += f" | {ref} {theirs / 1000:10.1f} us ratio {theirs / mine:5.2f}"
+            reference = f"{prefix}/{refs[0]}"
+            if f"{prefix}/{ours}" in allocated and allocated.get(reference):
+                line += (f" | allocated {allocated[f'{prefix}/{ours}'] / 1024:8.0f} KiB,"
+                         f" {allocated[f'{prefix}/{ours}'] / allocated[reference]:4.2f} x the reference")
             print(line)
 
 

@@ -13,6 +13,8 @@
 #include <type_traits>
 
 #include "framework/binding/internal/BindingContext.h"
+#include "framework/binding/internal/TreeAppend.h"
+#include "framework/platform/PageSource.h"
 
 namespace Orvan::Framework {
 
@@ -700,6 +702,11 @@ BindingContext& BindingContext::Create(BindingProperty& value) {
     return *value.context_;
 }
 
+size_t BindingContext::AllocatedBytes() const {
+    return PageCount() * Platform::PageSource::kPageSize + arena_.LargeBytes() +
+           strings_.BucketCount() * sizeof(void*);
+}
+
 // --- lifetime ---------------------------------------------------------------
 
 BindingProperty::~BindingProperty() {
@@ -1189,3 +1196,81 @@ const BindingProperty& BindingProperty::EmptyValue() {
 }
 
 }  // namespace Orvan::Framework
+
+// --- front-to-back building (internal/TreeAppend.h) -------------------------
+
+namespace Orvan::Framework::Internal {
+
+void BeginSizedStructure(BindingProperty& target, size_t capacity) {
+    target.SetEmptyStructure();
+    if (capacity != 0) {
+        capacity = std::min(capacity, kMaxReserve);
+        StructureRecord* record = StructureOf(target);
+        record->items = AllocateArray<FieldEntry>(*Access::Context(target), capacity);
+        record->capacity = capacity;
+    }
+}
+
+void BeginSizedCollection(BindingProperty& target, size_t capacity) {
+    target.SetEmptyCollection();
+    if (capacity != 0) {
+        capacity = std::min(capacity, kMaxReserve);
+        CollectionRecord* record = CollectionOf(target);
+        record->items = AllocateArray<BindingProperty>(*Access::Context(target), capacity);
+        record->capacity = capacity;
+    }
+}
+
+namespace {
+
+// The arena rounds blocks to its granule and keeps no header, so the end of
+// a block is a block of its own and can be freed on its own; the head is
+// later freed with the smaller size. Heap blocks (beyond the arena's largest
+// class) are left as they are.
+template <class Record, class Item>
+void TrimArray(BindingContext& context, Record& record) {
+    constexpr size_t kGranule = BlockArena::kGranule;
+    size_t total = (record.capacity * sizeof(Item) + kGranule - 1) / kGranule * kGranule;
+    if (record.capacity == record.size || total > BlockArena::kMaxBlock) {
+        return;
+    }
+    if (record.size == 0) {
+        FreeArray(context, record.items, record.capacity);
+        record.items = nullptr;
+        record.capacity = 0;
+        return;
+    }
+    size_t head = (record.size * sizeof(Item) + kGranule - 1) / kGranule * kGranule;
+    if (total - head >= kGranule) {
+        context.Arena().Free(reinterpret_cast<char*>(record.items) + head, total - head);
+    }
+    record.capacity = record.size;
+}
+
+}  // namespace
+
+void TrimToSize(BindingProperty& container) {
+    BindingContext* context = Access::Context(container);
+    if (container.Kind() == BindingKind::Structure) {
+        TrimArray<StructureRecord, FieldEntry>(*context, *StructureOf(container));
+    } else if (container.Kind() == BindingKind::Collection) {
+        TrimArray<CollectionRecord, BindingProperty>(*context, *CollectionOf(container));
+    }
+}
+
+void ReserveStrings(BindingProperty& root, size_t count) {
+    BindingContext::Ensure(root).Strings().Reserve(count);
+}
+
+void GrowElementsForAppend(BindingProperty& collection) {
+    CollectionRecord& record = *CollectionOf(collection);
+    GrowCollection(*Access::Context(collection), record, record.size + 1);
+}
+
+void GrowFieldsForAppend(BindingProperty& structure) {
+    StructureRecord& record = *StructureOf(structure);
+    GrowStructure(*Access::Context(structure), record,
+                  record.capacity ? record.capacity * 2 : kFirstFieldCapacity);
+}
+
+}  // namespace Orvan::Framework::Internal

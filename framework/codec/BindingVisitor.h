@@ -14,6 +14,7 @@
 // Threads: one walk on one thread; the tree must not change during the walk.
 #pragma once
 
+#include <bit>
 #include <cstddef>
 #include <cstdint>
 #include <span>
@@ -21,6 +22,7 @@
 #include <vector>
 
 #include "framework/binding/BindingProperty.h"
+#include "framework/binding/internal/TreeAppend.h"
 
 namespace Orvan::Framework {
 
@@ -47,43 +49,48 @@ public:
 
 namespace CodecInternal {
 
+// The walk reads the tree's records directly: it runs once per value of
+// every document written, and the public accessors are calls into the
+// value library.
 struct WalkFrame {
-    // Collections: the elements and the next index.
-    const BindingProperty* elements = nullptr;
-    size_t count = 0;
+    // Collections: the next element and the end, and the next index.
+    const BindingProperty* element = nullptr;
+    const BindingProperty* elementEnd = nullptr;
     size_t index = 0;
     // Structures: the next field, the end, and the name of the field in progress.
-    BindingProperty::FieldIterator field;
-    BindingProperty::FieldIterator fieldEnd;
-    // Kept as two words: the name arrives inside a returned FieldRef, and
-    // copying it as one 16-byte block stalls on the two stores that wrote it.
-    const char* nameData = nullptr;
-    size_t nameSize = 0;
+    const Internal::FieldEntry* field = nullptr;
+    const Internal::FieldEntry* fieldEnd = nullptr;
+    const Internal::InternEntry* name = nullptr;
     bool isCollection = false;
     bool inItem = false;  // an element or field value has been visited and awaits its end
 };
 
+inline bool IsContainer(const BindingProperty& value) {
+    return value.Kind() == BindingKind::Collection || value.Kind() == BindingKind::Structure;
+}
+
 // Visits a scalar directly, or opens a container (pushing a frame).
 template <class Visitor>
 void VisitOrOpen(const BindingProperty& value, Visitor& visitor, std::vector<WalkFrame>& stack) {
+    uint64_t payload = BindingContext::Payload(value);
     switch (value.Kind()) {
         case BindingKind::Empty:
             visitor.VisitEmpty();
             break;
         case BindingKind::Bool:
-            visitor.VisitBool(value.GetBool());
+            visitor.VisitBool(payload != 0);
             break;
         case BindingKind::Signed:
-            visitor.VisitSigned(value.GetSigned());
+            visitor.VisitSigned(static_cast<int64_t>(payload));
             break;
         case BindingKind::Unsigned:
-            visitor.VisitUnsigned(value.GetUnsigned());
+            visitor.VisitUnsigned(payload);
             break;
         case BindingKind::Float:
-            visitor.VisitFloat(value.GetFloat());
+            visitor.VisitFloat(std::bit_cast<double>(payload));
             break;
         case BindingKind::String:
-            visitor.VisitString(value.GetString());
+            visitor.VisitString(Internal::StringEntryOf(value)->View());
             break;
         case BindingKind::Blob:
             visitor.VisitBlob(value.GetBlob());
@@ -92,21 +99,21 @@ void VisitOrOpen(const BindingProperty& value, Visitor& visitor, std::vector<Wal
             visitor.VisitEnum(value.GetEnum());
             break;
         case BindingKind::Collection: {
-            std::span<const BindingProperty> elements = value.Elements();
-            visitor.BeginCollection(elements.size());
+            const Internal::CollectionRecord* record = Internal::CollectionOf(value);
+            visitor.BeginCollection(record->size);
             // Filled in place: copying a whole frame costs more than the walk step.
             WalkFrame& frame = stack.emplace_back();
-            frame.elements = elements.data();
-            frame.count = elements.size();
+            frame.element = record->items;
+            frame.elementEnd = record->items + record->size;
             frame.isCollection = true;
             break;
         }
         case BindingKind::Structure: {
-            BindingProperty::FieldRange fields = value.Fields();
-            visitor.BeginStructure(fields.size());
+            const Internal::StructureRecord* record = Internal::StructureOf(value);
+            visitor.BeginStructure(record->size);
             WalkFrame& frame = stack.emplace_back();
-            frame.field = fields.begin();
-            frame.fieldEnd = fields.end();
+            frame.field = record->items;
+            frame.fieldEnd = record->items + record->size;
             break;
         }
     }
@@ -114,6 +121,8 @@ void VisitOrOpen(const BindingProperty& value, Visitor& visitor, std::vector<Wal
 
 }  // namespace CodecInternal
 
+// Runs of scalars inside a container are visited in an inner loop; the frame
+// is touched again only when a nested container opens or the run ends.
 template <class Visitor>
 void WalkBinding(const BindingProperty& value, Visitor& visitor) {
     std::vector<CodecInternal::WalkFrame> stack;
@@ -125,36 +134,56 @@ void WalkBinding(const BindingProperty& value, Visitor& visitor) {
             if (frame.inItem) {
                 visitor.EndElement(frame.index);
                 ++frame.index;
+                ++frame.element;
                 frame.inItem = false;
             }
-            if (frame.index == frame.count) {
+            const BindingProperty* element = frame.element;
+            const BindingProperty* end = frame.elementEnd;
+            size_t index = frame.index;
+            for (; element != end; ++element, ++index) {
+                visitor.BeginElement(index);
+                if (CodecInternal::IsContainer(*element)) {
+                    break;
+                }
+                CodecInternal::VisitOrOpen(*element, visitor, stack);
+                visitor.EndElement(index);
+            }
+            if (element == end) {
                 stack.pop_back();
                 visitor.EndCollection();
                 continue;
             }
+            frame.element = element;
+            frame.index = index;
             frame.inItem = true;
-            visitor.BeginElement(frame.index);
             // The push below may move the frame; nothing reads it afterwards.
-            CodecInternal::VisitOrOpen(frame.elements[frame.index], visitor, stack);
+            CodecInternal::VisitOrOpen(*element, visitor, stack);
         } else {
             if (frame.inItem) {
-                visitor.EndField(std::string_view(frame.nameData, frame.nameSize));
+                visitor.EndField(frame.name->View());
                 ++frame.field;
                 frame.inItem = false;
             }
-            if (frame.field == frame.fieldEnd) {
+            const Internal::FieldEntry* field = frame.field;
+            const Internal::FieldEntry* end = frame.fieldEnd;
+            for (; field != end; ++field) {
+                std::string_view name = field->name->View();
+                visitor.FieldName(name);
+                if (CodecInternal::IsContainer(field->value)) {
+                    break;
+                }
+                CodecInternal::VisitOrOpen(field->value, visitor, stack);
+                visitor.EndField(name);
+            }
+            if (field == end) {
                 stack.pop_back();
                 visitor.EndStructure();
                 continue;
             }
-            BindingProperty::FieldRef field = *frame.field;
-            const char* nameData = field.name.data();
-            size_t nameSize = field.name.size();
-            frame.nameData = nameData;
-            frame.nameSize = nameSize;
+            frame.field = field;
+            frame.name = field->name;
             frame.inItem = true;
-            visitor.FieldName(std::string_view(nameData, nameSize));
-            CodecInternal::VisitOrOpen(field.value, visitor, stack);
+            CodecInternal::VisitOrOpen(field->value, visitor, stack);
         }
     }
 }

@@ -1,5 +1,6 @@
-// JSON reading: RapidJSON's SAX reader (default flags) drives the shared value
-// builder, so the tree is built in place without an intermediate document.
+// JSON reading: RapidJSON's SAX reader (default grammar, strings decoded in
+// place) drives the shared value builder, so the tree is built in place without an intermediate
+// document.
 #include <rapidjson/error/en.h>
 #include <rapidjson/reader.h>
 
@@ -7,6 +8,7 @@
 #include <string>
 
 #include "framework/codec/Json.h"
+#include "framework/codec/internal/ReadPaths.h"
 #include "framework/codec/internal/ValueBuilder.h"
 
 namespace Orvan::Framework {
@@ -14,39 +16,43 @@ namespace {
 
 class BuildHandler {
 public:
-    explicit BuildHandler(BindingProperty& root) : builder_(root) {}
+    BuildHandler(BindingProperty& root, CodecInternal::ValueBuilder::Path path, size_t size)
+        : builder_(root, path) {
+        // Records of DTOs carry a new text every 64 bytes or so.
+        builder_.ExpectInput(size, 64);
+    }
 
     bool Null() {
-        builder_.Target();
+        builder_.Null();
         return true;
     }
     bool Bool(bool b) {
-        builder_.Target().SetBool(b);
+        builder_.Bool(b);
         return true;
     }
     bool Int(int i) {
-        builder_.Target().SetSigned(i);
+        builder_.Signed(i);
         return true;
     }
     bool Uint(unsigned u) {
-        builder_.Target().SetUnsigned(u);
+        builder_.Unsigned(u);
         return true;
     }
     bool Int64(int64_t i) {
-        builder_.Target().SetSigned(i);
+        builder_.Signed(i);
         return true;
     }
     bool Uint64(uint64_t u) {
-        builder_.Target().SetUnsigned(u);
+        builder_.Unsigned(u);
         return true;
     }
     bool Double(double d) {
-        builder_.Target().SetFloat(d);
+        builder_.Float(d);
         return true;
     }
     bool RawNumber(const char*, rapidjson::SizeType, bool) { return false; }  // not requested
     bool String(const char* text, rapidjson::SizeType length, bool) {
-        builder_.Target().SetString(std::string_view(text, length));
+        builder_.String(std::string_view(text, length));
         return true;
     }
     bool StartObject() { return builder_.BeginStructure() != nullptr; }
@@ -68,9 +74,7 @@ private:
     CodecInternal::ValueBuilder builder_;
 };
 
-}  // namespace
-
-Maybe<BindingProperty> ReadJson(std::string_view text) {
+Maybe<BindingProperty> Read(std::string_view text, CodecInternal::ValueBuilder::Path path) {
     const char* begin = text.data();
     const char* end = begin + text.size();
     if (const void* nul = text.empty() ? nullptr : std::memchr(begin, '\0', text.size())) {
@@ -88,13 +92,16 @@ Maybe<BindingProperty> ReadJson(std::string_view text) {
 
     // RapidJSON's string stream runs until a NUL, which a view does not
     // promise; a terminated copy costs less than a bounds check on every byte
-    // (about a tenth of the scan). Offsets count from the first byte, leading
-    // blanks included.
-    const std::string terminated(begin, end);
-    rapidjson::StringStream stream(terminated.c_str());
-    BuildHandler handler(result);
+    // (about a tenth of the scan). Being a copy, it is also where the reader
+    // decodes each string in place, rather than pushing every byte through
+    // its own stack; the grammar, the events and the error offsets are those
+    // of the default flags. Offsets count from the first byte, leading blanks
+    // included.
+    std::string buffer(begin, end);
+    rapidjson::InsituStringStream stream(buffer.data());
+    BuildHandler handler(result, path, buffer.size());
     rapidjson::Reader reader;
-    rapidjson::ParseResult parsed = reader.Parse<rapidjson::kParseDefaultFlags>(stream, handler);
+    rapidjson::ParseResult parsed = reader.Parse<rapidjson::kParseInsituFlag>(stream, handler);
     if (parsed.IsError()) {
         std::string message = "Error: ";
         message += rapidjson::GetParseError_En(parsed.Code());
@@ -106,4 +113,17 @@ Maybe<BindingProperty> ReadJson(std::string_view text) {
     return result;
 }
 
+}  // namespace
+
+Maybe<BindingProperty> ReadJson(std::string_view text) {
+    return Read(text, CodecInternal::ValueBuilder::Path::WithModels);
+}
+
+namespace CodecInternal {
+
+Maybe<BindingProperty> ReadJsonGeneralPath(std::string_view text) {
+    return Read(text, ValueBuilder::Path::General);
+}
+
+}  // namespace CodecInternal
 }  // namespace Orvan::Framework

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "framework/codec/MsgPack.h"
+#include "framework/codec/internal/ReadPaths.h"
 #include "framework/codec/internal/ValueBuilder.h"
 
 namespace Orvan::Framework {
@@ -14,7 +15,11 @@ namespace {
 
 class Decoder {
 public:
-    Decoder(const uint8_t* data, size_t size) : data_(data), size_(size), builder_(result_) {}
+    Decoder(const uint8_t* data, size_t size, CodecInternal::ValueBuilder::Path path)
+        : data_(data), size_(size), builder_(result_, path) {
+        // A record's text (key or value) every 32 bytes or so.
+        builder_.ExpectInput(size, 32);
+    }
 
     MsgPackResult Run() {
         while (pos_ < size_) {
@@ -136,7 +141,10 @@ private:
         return true;
     }
     bool OpenStructure(uint64_t n) {
-        if (builder_.BeginStructure() == nullptr) {
+        // Each entry takes at least two bytes.
+        size_t available = (size_ - pos_) / 2;
+        size_t reserve = static_cast<size_t>(n < available ? n : available);
+        if (builder_.BeginStructure(reserve) == nullptr) {
             return TooDeep();
         }
         counts_.push_back(Count{n * 2, 0});
@@ -152,7 +160,7 @@ private:
         if (!ReadBig<Width>(v)) {
             return false;
         }
-        builder_.Target().SetUnsigned(v);
+        builder_.Unsigned(v);
         return true;
     }
     template <size_t Width, class T>
@@ -161,7 +169,7 @@ private:
         if (!ReadBig<Width>(v)) {
             return false;
         }
-        builder_.Target().SetSigned(static_cast<T>(v));
+        builder_.Signed(static_cast<T>(v));
         return true;
     }
     template <size_t Width>
@@ -193,11 +201,11 @@ private:
     bool ReadValue() {
         uint8_t type = data_[pos_++];
         if (type <= 0x7F) {
-            builder_.Target().SetSigned(type);
+            builder_.Signed(type);
             return true;
         }
         if (type >= 0xE0) {
-            builder_.Target().SetSigned(static_cast<int8_t>(type));
+            builder_.Signed(static_cast<int8_t>(type));
             return true;
         }
         if (type <= 0x8F) {
@@ -211,16 +219,16 @@ private:
             if (!ReadStringBody(type, text)) {
                 return false;
             }
-            builder_.Target().SetString(text);
+            builder_.String(text);
             return true;
         }
         switch (type) {
             case 0xC0:
-                builder_.Target();
+                builder_.Null();
                 return true;
             case 0xC2:
             case 0xC3:
-                builder_.Target().SetBool(type == 0xC3);
+                builder_.Bool(type == 0xC3);
                 return true;
             case 0xC4:
                 return ReadBlob<1>();
@@ -236,7 +244,7 @@ private:
                 uint32_t narrow = static_cast<uint32_t>(bits);
                 float f;
                 std::memcpy(&f, &narrow, sizeof f);
-                builder_.Target().SetFloat(f);
+                builder_.Float(f);
                 return true;
             }
             case 0xCB: {
@@ -246,7 +254,7 @@ private:
                 }
                 double d;
                 std::memcpy(&d, &bits, sizeof d);
-                builder_.Target().SetFloat(d);
+                builder_.Float(d);
                 return true;
             }
             case 0xCC:
@@ -287,14 +295,26 @@ private:
     std::string error_;
 };
 
-}  // namespace
-
-MsgPackResult DecodeMsgPack(const uint8_t* data, size_t size) {
+MsgPackResult Decode(const uint8_t* data, size_t size, CodecInternal::ValueBuilder::Path path) {
     if (size == 0) {
         return MsgPackResult{BindingProperty(), 0};
     }
-    Decoder decoder(data, size);
+    Decoder decoder(data, size, path);
     return decoder.Run();
 }
+
+}  // namespace
+
+MsgPackResult DecodeMsgPack(const uint8_t* data, size_t size) {
+    return Decode(data, size, CodecInternal::ValueBuilder::Path::WithModels);
+}
+
+namespace CodecInternal {
+
+MsgPackResult DecodeMsgPackGeneralPath(const uint8_t* data, size_t size) {
+    return Decode(data, size, ValueBuilder::Path::General);
+}
+
+}  // namespace CodecInternal
 
 }  // namespace Orvan::Framework

@@ -26,7 +26,14 @@ constexpr std::string_view kTagFloat = "tag:yaml.org,2002:float";
 constexpr std::string_view kTagBool = "tag:yaml.org,2002:bool";
 
 bool IsNullWord(std::string_view t) {
-    return t.empty() || t == "~" || t == "null" || t == "Null" || t == "NULL";
+    if (t.empty()) {
+        return true;
+    }
+    char first = t[0];
+    if (first != '~' && first != 'n' && first != 'N') {
+        return false;
+    }
+    return t == "~" || t == "null" || t == "Null" || t == "NULL";
 }
 
 // 1 for a true word, 0 for a false word, -1 for anything else.
@@ -35,8 +42,23 @@ int BoolWord(std::string_view t) {
                                                  "Yes",  "YES",  "on",   "On", "ON"};
     static constexpr std::string_view kFalse[] = {"false", "False", "FALSE", "n",   "N",  "no",
                                                   "No",    "NO",    "off",   "Off", "OFF"};
-    if (t.size() > 5) {
+    if (t.empty() || t.size() > 5) {
         return -1;
+    }
+    switch (t[0]) {
+        case 't':
+        case 'T':
+        case 'y':
+        case 'Y':
+        case 'o':
+        case 'O':
+        case 'f':
+        case 'F':
+        case 'n':
+        case 'N':
+            break;
+        default:
+            return -1;
     }
     for (std::string_view w : kTrue) {
         if (t == w) {
@@ -53,24 +75,26 @@ int BoolWord(std::string_view t) {
 
 // A number without a fractional part, truncated into the 64-bit kinds; values
 // outside both ranges (including -infinity) saturate.
-void SetIntegral(BindingProperty& target, double d) {
+void SetIntegral(CodecInternal::ValueBuilder& builder, double d) {
     if (d < 0) {
         if (d < -9223372036854775808.0) {
-            target.SetSigned(INT64_MIN);
+            builder.Signed(INT64_MIN);
         } else {
-            target.SetSigned(static_cast<int64_t>(d));
+            builder.Signed(static_cast<int64_t>(d));
         }
     } else if (d >= 18446744073709551616.0) {
-        target.SetUnsigned(UINT64_MAX);
+        builder.Unsigned(UINT64_MAX);
     } else {
-        target.SetUnsigned(static_cast<uint64_t>(d));
+        builder.Unsigned(static_cast<uint64_t>(d));
     }
 }
 
-// Untagged plain scalar typing. `text` is NUL-terminated at text[size].
-void SetPlain(BindingProperty& target, const char* text, size_t size) {
+// Untagged plain scalar typing, into the builder's next target. `text` is
+// NUL-terminated at text[size].
+void SetPlain(CodecInternal::ValueBuilder& builder, const char* text, size_t size) {
     std::string_view view(text, size);
     if (IsNullWord(view)) {
+        builder.Null();
         return;
     }
     // Short decimal integers are exact in a double; skip strtod for them.
@@ -84,9 +108,9 @@ void SetPlain(BindingProperty& target, const char* text, size_t size) {
             }
             if (i == size) {
                 if (text[0] == '-' && v != 0) {
-                    target.SetSigned(-static_cast<int64_t>(v));
+                    builder.Signed(-static_cast<int64_t>(v));
                 } else {
-                    target.SetUnsigned(v);
+                    builder.Unsigned(v);
                 }
                 return;
             }
@@ -101,19 +125,19 @@ void SetPlain(BindingProperty& target, const char* text, size_t size) {
         double d = std::strtod(text, &end);
         if (end == text + size && !(std::isinf(d) && d > 0)) {
             if (std::trunc(d) == d) {
-                SetIntegral(target, d);
+                SetIntegral(builder, d);
             } else {
-                target.SetFloat(d);
+                builder.Float(d);
             }
             return;
         }
     }
     int word = BoolWord(view);
     if (word >= 0) {
-        target.SetBool(word == 1);
+        builder.Bool(word == 1);
         return;
     }
-    target.SetString(view);
+    builder.String(view);
 }
 
 // Counts the values of a tree and its container depth, without recursion.
@@ -151,7 +175,9 @@ private:
 
 class YamlBuilder {
 public:
-    explicit YamlBuilder(BindingProperty& result) : result_(result), builder_(result) {}
+    YamlBuilder(BindingProperty& result, size_t size) : result_(result), builder_(result) {
+        builder_.ExpectInput(size, 64);
+    }
 
     const std::string& Error() const { return error_; }
 
@@ -245,16 +271,19 @@ private:
             return true;
         }
 
-        BindingProperty& target = builder_.Target();
-        if (tag.empty()) {
-            if (scalar.style == YAML_PLAIN_SCALAR_STYLE) {
-                SetPlain(target, text, scalar.length);
+        if (tag.empty() || tag == kTagStr) {
+            if (tag.empty() && scalar.style == YAML_PLAIN_SCALAR_STYLE) {
+                SetPlain(builder_, text, scalar.length);
             } else {
-                target.SetString(view);
+                builder_.String(view);
             }
-        } else if (tag == kTagStr) {
-            target.SetString(view);
-        } else if (tag == kTagInt) {
+            if (!anchor.empty()) {
+                Store(anchor, builder_.LastTarget());
+            }
+            return true;
+        }
+        BindingProperty& target = builder_.Target();
+        if (tag == kTagInt) {
             if (!view.empty() && view[0] == '-') {
                 auto parsed = ParseSignedText(view, "yaml", "int64_t", INT64_MIN, INT64_MAX);
                 if (!parsed) {
@@ -304,7 +333,7 @@ private:
         if (opened == nullptr) {
             return TooDeep(event);
         }
-        frameAnchors_.emplace_back(anchor);
+        frameAnchored_.push_back(!anchor.empty());
         if (!anchor.empty()) {
             openAnchors_.emplace_back(anchor);
         }
@@ -313,11 +342,11 @@ private:
 
     bool Close() {
         const BindingProperty* closed = builder_.End();
-        if (!frameAnchors_.back().empty()) {
-            Store(frameAnchors_.back(), *closed);
+        if (frameAnchored_.back()) {
+            Store(openAnchors_.back(), *closed);
             openAnchors_.pop_back();
         }
-        frameAnchors_.pop_back();
+        frameAnchored_.pop_back();
         return true;
     }
 
@@ -362,8 +391,8 @@ private:
     BindingProperty& result_;
     CodecInternal::ValueBuilder builder_;
     std::unordered_map<std::string, Stored> stored_;
-    std::vector<std::string> frameAnchors_;  // per open container; empty when it has none
-    std::vector<std::string> openAnchors_;   // the non-empty ones, innermost last
+    std::vector<bool> frameAnchored_;       // per open container: whether it has an anchor
+    std::vector<std::string> openAnchors_;  // the non-empty ones, innermost last
     size_t aliasValues_ = 0;
     std::string error_;
 };
@@ -400,7 +429,7 @@ Maybe<BindingProperty> ReadYaml(std::string_view text) {
                                  text.size());
 
     BindingProperty result;
-    YamlBuilder builder(result);
+    YamlBuilder builder(result, text.size());
     for (;;) {
         EventGuard current;
         if (!yaml_parser_parse(&parser, &current.event)) {

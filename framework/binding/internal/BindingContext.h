@@ -67,6 +67,14 @@ public:
     Internal::SlotPool& Collections() { return collections_; }
     Internal::SlotPool& Structures() { return structures_; }
 
+    // Bytes the tree holds: its pages, its heap blocks and its string
+    // table's buckets.
+    size_t AllocatedBytes() const;
+    size_t PageCount() const {
+        return arena_.PageCount() + blobs_.PageCount() + enums_.PageCount() +
+               collections_.PageCount() + structures_.PageCount();
+    }
+
     // Access to the handle's parts for the storage code of this library.
     static uint64_t& Payload(BindingProperty& value) { return value.payload_; }
     static uint64_t Payload(const BindingProperty& value) { return value.payload_; }

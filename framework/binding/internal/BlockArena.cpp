@@ -72,10 +72,12 @@ void* BlockArena::AllocateLarge(size_t size) {
         large_->prev = link;
     }
     large_ = link;
+    largeBytes_ += size;
     return link + 1;
 }
 
-void BlockArena::FreeLarge(void* block) {
+void BlockArena::FreeLarge(void* block, size_t size) {
+    largeBytes_ -= size;
     LargeLink* link = static_cast<LargeLink*>(block) - 1;
     if (link->prev != nullptr) {
         link->prev->next = link->next;

@@ -48,7 +48,7 @@ public:
             return;
         }
         if (size == 0 || size > kMaxBlock) {
-            FreeLarge(block);
+            FreeLarge(block, size);
             return;
         }
         size_t index = (size - 1) / kGranule;
@@ -59,6 +59,8 @@ public:
     }
 
     size_t PageCount() const { return pageCount_; }
+    // Bytes of the blocks taken from the general heap and not yet freed.
+    size_t LargeBytes() const { return largeBytes_; }
 
 private:
     struct FreeBlock {
@@ -78,7 +80,7 @@ private:
 
     void* Carve(size_t size);
     void* AllocateLarge(size_t size);
-    void FreeLarge(void* block);
+    void FreeLarge(void* block, size_t size);
     static void Poison(void* address, size_t size);
     static void Unpoison(void* address, size_t size);
 
@@ -88,6 +90,7 @@ private:
     PageLink* pages_ = nullptr;
     LargeLink* large_ = nullptr;
     size_t pageCount_ = 0;
+    size_t largeBytes_ = 0;
 };
 
 }  // namespace Orvan::Framework::Internal

@@ -89,7 +89,20 @@ void InternTable::Remove(InternEntry* entry) {
 }
 
 void InternTable::Grow() {
-    size_t newCount = bucketCount_ == 0 ? kInitialBuckets : bucketCount_ * 2;
+    Rehash(bucketCount_ == 0 ? kInitialBuckets : bucketCount_ * 2);
+}
+
+void InternTable::Reserve(size_t count) {
+    size_t wanted = kInitialBuckets;
+    while (wanted < count && wanted < (size_t{1} << 24)) {
+        wanted *= 2;
+    }
+    if (wanted > bucketCount_) {
+        Rehash(wanted);
+    }
+}
+
+void InternTable::Rehash(size_t newCount) {
     auto** fresh = static_cast<InternEntry**>(std::calloc(newCount, sizeof(InternEntry*)));
     if (fresh == nullptr) {
         throw std::bad_alloc();

@@ -121,12 +121,10 @@ public:
             }
         }
         InternEntry* entry = Insert(text, Fnv1a(text), prefix);
-        // Only texts seen twice enter the cache, so a stream of unique values
-        // cannot evict the names that repeat.
-        if (entry->refCount > 1) {
-            set[1] = set[0];
-            set[0] = entry;
-        }
+        // A text enters its set in the older way and moves to the front only
+        // when it is met again, so a stream of unique values cannot evict the
+        // names that repeat, and a text met twice is hashed once.
+        set[1] = entry;
         return entry;
     }
     // A reference to the entry of a text held by another tree's entry.
@@ -144,6 +142,10 @@ public:
             Remove(entry);
         }
     }
+
+    // Makes room for `count` entries without growing (a hint: the table
+    // still grows past it).
+    void Reserve(size_t count);
 
     size_t Count() const { return count_; }
     size_t BucketCount() const { return bucketCount_; }
@@ -163,6 +165,7 @@ private:
     InternEntry* Insert(std::string_view text, uint32_t hash, uint64_t prefix);
     void Remove(InternEntry* entry);
     void Grow();
+    void Rehash(size_t newCount);
 
     BlockArena& arena_;
     InternEntry** buckets_ = nullptr;

@@ -8,26 +8,54 @@
 // because only the innermost open container ever grows: a parent's storage
 // does not move while one of its children is open.
 //
+// Each container opened where an earlier sibling of the same kind sits (the
+// previous element of its array, or the same field of the previous sibling
+// record) takes that sibling as its model and is filled through the steps of
+// TreeAppend: names matching the model's are appended with the model's
+// interned names, texts equal to the model's reuse its entries, and arrays
+// are sized to the model's. Anything else (another name, a name out of order
+// or repeated, a NUL inside a name) ends the model for that container and
+// goes through MutableField, so both paths build the same tree; the general
+// path alone is chosen at construction for the tests and fuzzers that
+// compare them. Finished containers give back the unused end of their arrays.
+//
 // Ownership: the root is owned by the caller and must outlive the builder.
 // Threads: one builder is used by one thread.
 #pragma once
 
+#include <bit>
 #include <cassert>
 #include <cstddef>
+#include <cstdint>
 #include <string_view>
 #include <vector>
 
 #include "framework/binding/BindingProperty.h"
+#include "framework/binding/internal/TreeAppend.h"
 #include "framework/codec/CodecLimits.h"
 
 namespace Orvan::Framework::CodecInternal {
 
 class ValueBuilder {
 public:
-    explicit ValueBuilder(BindingProperty& root) : root_(&root) { stack_.reserve(16); }
+    enum class Path { WithModels, General };
+
+    explicit ValueBuilder(BindingProperty& root, Path path = Path::WithModels)
+        : root_(&root), useModels_(path == Path::WithModels) {
+        stack_.reserve(16);
+    }
 
     ValueBuilder(const ValueBuilder&) = delete;
     ValueBuilder& operator=(const ValueBuilder&) = delete;
+
+    // Sizes the tree's string table for an input of `bytes` bytes in which
+    // a text takes about `bytesPerText` bytes; small inputs are left alone
+    // (a lone scalar needs no table).
+    void ExpectInput(size_t bytes, size_t bytesPerText) {
+        if (bytes >= 512) {
+            Internal::ReserveStrings(*root_, bytes / bytesPerText);
+        }
+    }
 
     // Number of open containers.
     size_t Depth() const { return stack_.size(); }
@@ -47,7 +75,7 @@ public:
     // repeated name reuses its field, so the last value wins.
     void Key(std::string_view name) {
         assert(InKeyPosition());
-        field_ = &stack_.back().value->MutableField(name);
+        field_ = &NamedField(stack_.back(), name);
     }
 
     // Like Key, but the field is created only when its value arrives, so input
@@ -62,22 +90,96 @@ public:
     // The value that the next event fills: a new element of the open
     // collection, the field named by the last key, or the root.
     BindingProperty& Target() {
+        model_ = nullptr;
         if (stack_.empty()) {
             rootDone_ = true;
+            lastTarget_ = root_;
             return *root_;
         }
         Frame& top = stack_.back();
         if (top.isCollection) {
-            return top.value->Append();
+            BindingProperty& element = Internal::AppendElement(*top.value);
+            if (useModels_) {
+                // The previous element, or for the first one the first
+                // element of the model array.
+                const Internal::CollectionRecord* record = Internal::CollectionOf(*top.value);
+                if (record->size > 1) {
+                    model_ = &record->items[record->size - 2];
+                } else if (top.model != nullptr && Internal::CollectionOf(*top.model)->size != 0) {
+                    model_ = Internal::CollectionOf(*top.model)->items;
+                }
+            }
+            lastTarget_ = &element;
+            return element;
         }
         if (hasDeferredKey_) {
             hasDeferredKey_ = false;
-            return top.value->MutableField(deferredKey_);
+            lastTarget_ = &NamedField(top, deferredKey_);
+            return *lastTarget_;
         }
         assert(field_);
         BindingProperty* target = field_;
         field_ = nullptr;
+        model_ = fieldModel_;
+        lastTarget_ = target;
         return *target;
+    }
+
+    // The value the last scalar event filled.
+    BindingProperty& LastTarget() { return *lastTarget_; }
+
+    // Scalars at the next target; a fresh target (the usual case) is set in
+    // place, one that a repeated name reached is cleared first.
+    void Null() {
+        BindingProperty& target = Target();
+        if (!target.IsEmpty()) {
+            target.Clear();  // a repeated name: the last value, null, wins
+        }
+    }
+    void Bool(bool value) {
+        BindingProperty& target = Target();
+        if (target.IsEmpty()) {
+            Internal::SetInline(target, BindingKind::Bool, value ? 1 : 0);
+        } else {
+            target.SetBool(value);
+        }
+    }
+    void Signed(int64_t value) {
+        BindingProperty& target = Target();
+        if (target.IsEmpty()) {
+            Internal::SetInline(target, BindingKind::Signed, static_cast<uint64_t>(value));
+        } else {
+            target.SetSigned(value);
+        }
+    }
+    void Unsigned(uint64_t value) {
+        BindingProperty& target = Target();
+        if (target.IsEmpty()) {
+            Internal::SetInline(target, BindingKind::Unsigned, value);
+        } else {
+            target.SetUnsigned(value);
+        }
+    }
+    void Float(double value) {
+        BindingProperty& target = Target();
+        if (target.IsEmpty()) {
+            Internal::SetInline(target, BindingKind::Float, std::bit_cast<uint64_t>(value));
+        } else {
+            target.SetFloat(value);
+        }
+    }
+
+    // Sets the next target to a string, reusing the model's entry when the
+    // model holds the same text.
+    void String(std::string_view text) {
+        BindingProperty& target = Target();
+        if (model_ != nullptr && model_->Kind() == BindingKind::String &&
+            target.Kind() == BindingKind::Empty &&
+            Internal::SameText(Internal::StringEntryOf(*model_), text)) {
+            Internal::AdoptString(target, Internal::StringEntryOf(*model_));
+            return;
+        }
+        target.SetString(text);
     }
 
     // Opens a collection (or structure) at the next target. Returns null,
@@ -87,21 +189,37 @@ public:
             return nullptr;
         }
         BindingProperty& target = Target();
-        target.SetEmptyCollection();
+        const BindingProperty* model =
+            model_ != nullptr && model_->Kind() == BindingKind::Collection ? model_ : nullptr;
         if (reserve != 0) {
+            target.SetEmptyCollection();
             target.Reserve(reserve);
+        } else if (model != nullptr) {
+            Internal::BeginSizedCollection(target, Internal::CollectionOf(*model)->size);
+        } else {
+            target.SetEmptyCollection();
         }
-        stack_.push_back(Frame{&target, true});
+        Push(&target, model, true);
         return &target;
     }
 
-    BindingProperty* BeginStructure() {
+    // A structure's `reserve` is the field count its input announces (the
+    // caller bounds it by what the input can hold).
+    BindingProperty* BeginStructure(size_t reserve = 0) {
         if (stack_.size() >= kMaxNestingDepth) {
             return nullptr;
         }
         BindingProperty& target = Target();
-        target.SetEmptyStructure();
-        stack_.push_back(Frame{&target, false});
+        const BindingProperty* model =
+            model_ != nullptr && model_->Kind() == BindingKind::Structure ? model_ : nullptr;
+        if (reserve != 0) {
+            Internal::BeginSizedStructure(target, reserve);
+        } else if (model != nullptr) {
+            Internal::BeginSizedStructure(target, Internal::StructureOf(*model)->size);
+        } else {
+            target.SetEmptyStructure();
+        }
+        Push(&target, model, false);
         return &target;
     }
 
@@ -110,6 +228,7 @@ public:
         assert(!stack_.empty());
         BindingProperty* closed = stack_.back().value;
         stack_.pop_back();
+        Internal::TrimToSize(*closed);
         field_ = nullptr;
         hasDeferredKey_ = false;
         return closed;
@@ -118,11 +237,46 @@ public:
 private:
     struct Frame {
         BindingProperty* value;
+        const BindingProperty* model;  // an earlier sibling of the same kind, or null
+        size_t next;                   // structures: the model's field the next name should match
         bool isCollection;
     };
 
+    // Filled in place: a frame built aside and copied in is read back as
+    // whole 16-byte words before its separate stores have landed.
+    void Push(BindingProperty* value, const BindingProperty* model, bool isCollection) {
+        Frame& frame = stack_.emplace_back();
+        frame.value = value;
+        frame.model = model;
+        frame.next = 0;
+        frame.isCollection = isCollection;
+    }
+
+    // The field of the open structure named `name`: appended with the model's
+    // name when it is the model's next one, else through MutableField (which
+    // ends the model). Sets the model of the field's value.
+    BindingProperty& NamedField(Frame& top, std::string_view name) {
+        if (top.model != nullptr) {
+            const Internal::StructureRecord* model = Internal::StructureOf(*top.model);
+            if (top.next < model->size && Internal::SameText(model->items[top.next].name, name)) {
+                const Internal::FieldEntry& entry = model->items[top.next++];
+                fieldModel_ = &entry.value;
+                model_ = &entry.value;
+                return Internal::AppendField(*top.value, entry.name);
+            }
+            top.model = nullptr;
+        }
+        fieldModel_ = nullptr;
+        model_ = nullptr;
+        return top.value->MutableField(name);
+    }
+
     BindingProperty* root_;
-    BindingProperty* field_ = nullptr;  // the target named by the last key
+    bool useModels_;
+    const BindingProperty* model_ = nullptr;       // the model of the last target
+    const BindingProperty* fieldModel_ = nullptr;  // the model of the value of field_
+    BindingProperty* field_ = nullptr;             // the target named by the last key
+    BindingProperty* lastTarget_ = nullptr;
     std::string_view deferredKey_;
     bool hasDeferredKey_ = false;
     std::vector<Frame> stack_;
