@@ -1,7 +1,9 @@
 """The console in a real headless browser: a draft played through the page's
 own controls from the lobby to the game's start, refused calls shown beside
 their controls with the state unchanged, a reconnection to a new gateway
-that leaves nothing stale, and the page keeping up with a fast draft.
+that leaves nothing stale, a leaver penalty's low-priority queue entered and
+abandoned with its token, and the page keeping up with a fast draft. Each
+gateway's timeline is written beside the screenshots.
 
 Usage: console_test.py QEL_HOST SCREENSHOT_FOLDER [TEST...]
 Exits 77 (skipped) when chromium, chromedriver or Selenium are missing.
@@ -17,6 +19,7 @@ import sys
 import tempfile
 import threading
 import time
+import traceback
 import urllib.error
 import urllib.request
 
@@ -42,6 +45,8 @@ os.makedirs(SHOTS, exist_ok=True)
 BASE = "/qel-lobby-team-builder"
 CHAMP = BASE + "/champ-select/v1"
 TOKEN = "console-test"
+ERRORS = ["lobby-error", "search-error", "check-error", "action-error", "selection-error", "trade-error",
+          "boost-error"]
 failures = []
 
 
@@ -186,7 +191,8 @@ class Page:
             except Exception:  # the page is re-rendering under us
                 pass
             time.sleep(0.03)
-        return check(False, describe() + " (waited %gs)" % seconds)
+        messages = {e: self.text(e) for e in ERRORS if self.text(e)}
+        return check(False, describe() + " (waited %gs; messages shown: %s)" % (seconds, messages))
 
     def viewport(self, width, height=800):
         self.driver.execute_cdp_cmd("Emulation.setDeviceMetricsOverride", {
@@ -291,7 +297,7 @@ def refused_and_reconnected(page):
         check("reconnected: " in page.text("log"), "the log marks the reconnection")
         page.shot("3-reconnected")
     finally:
-        serve.stop()
+        check(serve.stop() == 0, "the gateway stops cleanly")
 
 
 def draft(page):
@@ -446,7 +452,9 @@ def low_priority(page):
         page.driver.get(serve.url)
         page.wait(page.connected, 5, "the page connects")
         page.click("create-lobby")
+        page.wait(lambda: "(you)" in page.text("lobby"), 10, "the lobby is shown")
         page.click("set-positions")
+        page.wait(lambda: "MIDDLE / TOP" in page.text("lobby"), 10, "the lobby shows your positions")
         page.wait(lambda: page.text("lobby-ready") == "ready to queue"
                   and len(page.driver.find_elements(By.CSS_SELECTOR, "#lobby tbody tr")) == 2, 20,
                   "the friend joined and the lobby is ready to queue")
@@ -469,7 +477,7 @@ def low_priority(page):
         page.wait(lambda: page.text("lobby") == "No lobby.", 10, "quitting removes the lobby")
         check(page.text("lobby-error") == "", "without a message")
     finally:
-        serve.stop()
+        check(serve.stop() == 0, "the gateway stops cleanly")
 
 
 def keeps_up(page):
@@ -526,7 +534,7 @@ def keeps_up(page):
         check(page.text("session") == "No champion select.", "and nothing of champion select is left")
         page.shot("12-after-fast-draft")
     finally:
-        serve.stop()
+        check(serve.stop() == 0, "the gateway stops cleanly")
 
 
 def act_in_session(serve, session, done):
@@ -565,7 +573,12 @@ try:
         if sys.argv[3:] and test.__name__ not in sys.argv[3:]:
             continue
         print("== " + test.__name__, flush=True)
-        test(page)
+        try:
+            test(page)
+        except Exception:  # one test's surprise must not hide the others' results
+            traceback.print_exc()
+            check(False, test.__name__ + " ended early; the page as it was: " + test.__name__ + "-ended.png")
+            driver.save_screenshot(os.path.join(SHOTS, test.__name__ + "-ended.png"))
     print("the tests took %.1f s" % (time.time() - begun))
 finally:
     if driver is not None:
