@@ -3,6 +3,7 @@
 #include <yaml.h>
 
 #include <cerrno>
+#include <charconv>
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
@@ -89,6 +90,25 @@ void SetIntegral(CodecInternal::ValueBuilder& builder, double d) {
     }
 }
 
+// A plain decimal number (digits, point, exponent; a leading minus) read
+// with from_chars, which rounds as strtod does and is several times faster.
+// Anything else (signs, blanks, hexadecimal, words, values out of range)
+// is left to strtod.
+bool PlainDecimal(const char* text, size_t size, double& value) {
+    size_t i = text[0] == '-' ? 1 : 0;
+    if (i >= size || !((text[i] >= '0' && text[i] <= '9') || text[i] == '.')) {
+        return false;
+    }
+    for (size_t j = i; j < size; ++j) {
+        char c = text[j];
+        if (c == 'x' || c == 'X' || c == 'p' || c == 'P') {
+            return false;
+        }
+    }
+    std::from_chars_result parsed = std::from_chars(text, text + size, value);
+    return parsed.ec == std::errc() && parsed.ptr == text + size;
+}
+
 // Untagged plain scalar typing, into the builder's next target. `text` is
 // NUL-terminated at text[size].
 void SetPlain(CodecInternal::ValueBuilder& builder, const char* text, size_t size) {
@@ -121,8 +141,15 @@ void SetPlain(CodecInternal::ValueBuilder& builder, const char* text, size_t siz
                        first == '.' || first == 'i' || first == 'I' || first == 'n' ||
                        first == 'N' || first == ' ' || first == '\t';
     if (maybeNumber) {
-        char* end = nullptr;
-        double d = std::strtod(text, &end);
+        double d = 0;
+        const char* end = nullptr;
+        if (!PlainDecimal(text, size, d)) {
+            char* parsedEnd = nullptr;
+            d = std::strtod(text, &parsedEnd);
+            end = parsedEnd;
+        } else {
+            end = text + size;
+        }
         if (end == text + size && !(std::isinf(d) && d > 0)) {
             if (std::trunc(d) == d) {
                 SetIntegral(builder, d);

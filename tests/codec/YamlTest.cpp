@@ -32,6 +32,8 @@ TEST(YamlRead, ValuesTagsAndKeys) {
          "[true,false,false,true,false,true,'maybe',true,'tRUE']"},
         {"[null, Null, NULL, ~, '', nULL]", "[~,~,~,~,'','nULL']"},
         {"[inf, +inf, .inf, nan, 1e400]", "['inf','+inf','.inf',fnan,'1e400']"},
+        {"[-1e400, 1e-400, -.5, 1.5e+2, 0.1, -0x1p3, 2.5E-1, 1.]",
+         "[s-9223372036854775808,u0,f-0.5,u150,f0.10000000000000001,s-8,f0.25,u1]"},
         {"[-inf, 1e30, -1e30, 9007199254740993]",
          "[s-9223372036854775808,u18446744073709551615,s-9223372036854775808,u9007199254740992]"},
         {"a: !!str 12\nb: !!int -12\nc: !!int 0x10\nd: !!float 2.5\ne: !!bool yes\nf: !!bool maybe",
