@@ -14,6 +14,7 @@
 #include "host/HostJson.h"
 #include "host/HostRuntime.h"
 #include "host/PublishedState.h"
+#include "host/SessionRecord.h"
 #include "host/StandIns.h"
 #include "host/Timeline.h"
 #include "sim/Catalog.h"
@@ -838,6 +839,11 @@ DemoResult Demo::Run() {
     timeline_.Text("");
 
     plugin_ = runtime_.Attach(library_);
+    if (options_.recorder != nullptr) {
+        options_.recorder->Attach(runtime_, library_, plugin_);
+    }
+    // Ends the recording before the runtime goes, on every way out.
+    const SessionRecorder::Follow following(options_.recorder);
     runtime_.SetTimeLimit(Now() + 1800.0);
     runtime_.SetStallHandler([this](const std::string& why) {
         timeline_.Outcome(false, "the run stalled: " + why);
