@@ -418,6 +418,28 @@ std::unique_ptr<Session> ParseSession(const std::string& text, std::string& erro
             error = where + "an unknown kind of step \"" + kindValue->GetString() + "\"";
             return nullptr;
         }
+        if (const Value* same = Member(document, "same")) {
+            // A payload written once before: it becomes this step's own.
+            const char* field = info->kind == Kind::Emit || info->kind == Kind::Deliver   ? "data"
+                                : info->kind == Kind::Reply || info->kind == Kind::Answer ? "body"
+                                                                                          : nullptr;
+            const uint64_t from = same->IsUint64() ? same->GetUint64() : 0;
+            const Value* payload = nullptr;
+            if (from >= 1 && from <= session->steps.size()) {
+                const Value& earlier = session->steps[from - 1].value;
+                payload = Member(earlier, "data") != nullptr ? Member(earlier, "data")
+                                                             : Member(earlier, "body");
+            }
+            if (field == nullptr || payload == nullptr || Member(document, field) != nullptr) {
+                error = where +
+                        "\"same\" must name an earlier step with data or a body, in a "
+                        "step of an event or a reply without its own";
+                return nullptr;
+            }
+            Value shared(*payload, session->pool);
+            document.RemoveMember("same");
+            document.AddMember(Value(field, session->pool), shared, session->pool);
+        }
         if (time == nullptr || !time->IsNumber() || !std::isfinite(time->GetDouble())) {
             error = where + "a \"" + info->name + "\" step without its time \"t\"";
             return nullptr;

@@ -4,6 +4,8 @@
 #include <cinttypes>
 #include <cmath>
 #include <cstring>
+#include <filesystem>
+#include <functional>
 
 #include <rapidjson/error/en.h>
 #include <rapidjson/reader.h>
@@ -127,13 +129,19 @@ SessionRecorder::~SessionRecorder() {
 
 bool SessionRecorder::Open(const std::string& path, const SessionHeader& header,
                            std::string& error) {
+    // A file rewritten in place may be flushed to disk when it closes (the
+    // file system guards replace-by-truncate that way): a new file is not.
+    std::error_code ignored;
+    if (std::filesystem::is_regular_file(path, ignored)) {
+        std::filesystem::remove(path, ignored);
+    }
     file_ = std::fopen(path.c_str(), "wb");
     if (file_ == nullptr) {
         error = "cannot create " + path + ": " + std::strerror(errno);
         return false;
     }
-    // Lines are many and short: a large buffer keeps the recording cheap.
-    std::setvbuf(file_, nullptr, _IOFBF, 1 << 20);
+    // Fewer, larger writes; larger buffers only cost page faults.
+    std::setvbuf(file_, nullptr, _IOFBF, 1 << 16);
     header_ = header;
     return true;
 }
@@ -251,7 +259,7 @@ void AppendRequestFields(std::string& line, const RestRequest& request) {
     }
 }
 
-void AppendReplyFields(std::string& line, const RestReply& reply) {
+void AppendReplyFields(std::string& line, const RestReply& reply, bool withBody) {
     line += ",\"status\":" + std::to_string(reply.status);
     if (reply.failed) {
         line += ",\"failed\":true,\"error\":" + QuoteJson(reply.error);
@@ -267,9 +275,43 @@ void AppendReplyFields(std::string& line, const RestReply& reply) {
         }
         line += ']';
     }
-    if (!reply.body.empty()) {
+    if (withBody && !reply.body.empty()) {
         line += IsJsonText(reply.body) ? ",\"body\":" + reply.body
                                        : ",\"text\":" + QuoteJson(reply.body);
+    }
+}
+
+void SessionRecorder::AppendPayload(const char* field, const std::string& json) {
+    // Short payloads cost less written out than named; lengths differ more
+    // often than not, so they are compared first.
+    constexpr size_t kShortest = 64;
+    const uint64_t step = steps_ + 1;
+    if (json.size() >= kShortest) {
+        for (const RecentPayload& recent : recent_) {
+            if (recent.step != 0 && recent.text.size() == json.size() && recent.text == json) {
+                line_ += ",\"same\":" + std::to_string(recent.step);
+                return;
+            }
+        }
+        RecentPayload& slot = recent_[nextRecent_++ % recent_.size()];
+        slot.step = step;
+        slot.text = json;
+    }
+    line_ += ",\"";
+    line_ += field;
+    line_ += "\":";
+    line_ += json;
+}
+
+void SessionRecorder::AppendReplyBody(const RestReply& reply) {
+    AppendReplyFields(line_, reply, false);
+    if (reply.body.empty()) {
+        return;
+    }
+    if (IsJsonText(reply.body)) {
+        AppendPayload("body", reply.body);
+    } else {
+        line_ += ",\"text\":" + QuoteJson(reply.body);
     }
 }
 
@@ -280,7 +322,8 @@ void SessionRecorder::OnPluginEvent(uint32_t plugin, const std::string& name,
     if (!Mine(plugin)) {
         return;
     }
-    Begin("emit") += ",\"name\":" + QuoteJson(name) + ",\"data\":" + (json.empty() ? "null" : json);
+    Begin("emit") += ",\"name\":" + QuoteJson(name);
+    AppendPayload("data", json.empty() ? std::string("null") : json);
     End();
 }
 
@@ -302,7 +345,7 @@ void SessionRecorder::OnPluginRequest(uint32_t plugin, const RestRequest& reques
     // bracket here.
     (void)request;
     Begin("reply");
-    AppendReplyFields(line_, reply);
+    AppendReplyBody(reply);
     End();
 }
 
@@ -396,8 +439,8 @@ void SessionRecorder::OnDeliver(uint32_t plugin, const std::string& pattern,
         return;
     }
     if (begins) {
-        Begin("deliver") += ",\"pattern\":" + QuoteJson(pattern) + ",\"name\":" + QuoteJson(name) +
-                            ",\"data\":" + (json.empty() ? "null" : json);
+        Begin("deliver") += ",\"pattern\":" + QuoteJson(pattern) + ",\"name\":" + QuoteJson(name);
+        AppendPayload("data", json.empty() ? std::string("null") : json);
     } else {
         Begin("delivered");
     }
@@ -436,7 +479,7 @@ void SessionRecorder::OnEndpointCall(uint32_t plugin, size_t endpoint, const Res
         AppendRequestFields(line_, request);
     } else {
         Begin("answer");
-        AppendReplyFields(line_, *reply);
+        AppendReplyBody(*reply);
     }
     End();
 }

@@ -10,6 +10,11 @@
 // plugin's behalf open a bracket that a later step closes, so a replay knows
 // which inputs belong inside which call:
 //
+// A payload (event data, a reply's body) equal to one of the last few long
+// ones is written as "same": the number of the step that holds it (steps
+// count from 1 after the header); resource events come in pairs and
+// deliveries repeat what the plugin published, so this halves a draft.
+//
 //   inputs   start..started, deliver..delivered, fire..fired, call..answer,
 //            destroy..destroyed, clock, and the reply that closes a request
 //   outputs  emit, request..reply, log, schedule, wait, waited, turn..turned,
@@ -24,6 +29,7 @@
 // Ownership: owns its file. Threads: the host's thread.
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <cstdio>
 #include <string>
@@ -46,7 +52,7 @@ std::string ApiDescriptionHash(const PluginLibrary& library);
 // The fields a request and a reply have in a step (",\"method\":..."), for
 // the recorder and for the replay's comparisons alike.
 void AppendRequestFields(std::string& line, const RestRequest& request);
-void AppendReplyFields(std::string& line, const RestReply& reply);
+void AppendReplyFields(std::string& line, const RestReply& reply, bool withBody = true);
 // True when `text` is one whole JSON value, so it can stand in a line as is.
 bool IsJsonText(const std::string& text);
 
@@ -126,6 +132,9 @@ private:
     // Starts a step line: {"t":...,"k":"KIND"
     std::string& Begin(const char* kind);
     void End();
+    // `"field":json`, or `"same":STEP` when a recent payload was the same.
+    void AppendPayload(const char* field, const std::string& json);
+    void AppendReplyBody(const RestReply& reply);
 
     std::FILE* file_ = nullptr;
     SessionHeader header_;
@@ -138,6 +147,12 @@ private:
     uint64_t schedules_ = 0;
     std::unordered_map<uint64_t, uint64_t> calls_;
     bool failed_ = false;
+    struct RecentPayload {
+        uint64_t step = 0;
+        std::string text;
+    };
+    std::array<RecentPayload, 16> recent_{};
+    size_t nextRecent_ = 0;
 };
 
 }  // namespace Orvan::Host
