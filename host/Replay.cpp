@@ -338,10 +338,27 @@ std::string Summary(const Step& step) {
     return text;
 }
 
+// The summary of what came, given as the fields of a step.
+std::string CameSummary(Kind kind, const std::string& json) {
+    rapidjson::Document document;
+    document.Parse(json.c_str(), json.size());
+    if (document.HasParseError() || !document.IsObject()) {
+        return Info(kind).name;
+    }
+    Step step;
+    step.kind = kind;
+    step.value.CopyFrom(document, document.GetAllocator());
+    return Summary(step);
+}
+
 }  // namespace
 
-std::unique_ptr<Session> ParseSession(const std::string& text, std::string& error) {
-    auto session = std::make_unique<Session>();
+void SessionDeleter::operator()(Session* session) const {
+    delete session;
+}
+
+SessionPointer ParseSession(const std::string& text, std::string& error) {
+    SessionPointer session(new Session);
     size_t lineNumber = 0;
     size_t start = 0;
     std::vector<size_t> open;  // indices of brackets not yet closed
@@ -366,7 +383,8 @@ std::unique_ptr<Session> ParseSession(const std::string& text, std::string& erro
         document.ParseStream<rapidjson::kParseIterativeFlag | rapidjson::kParseStopWhenDoneFlag>(
             stream);
         if (document.HasParseError()) {
-            error = where + "not JSON: " + rapidjson::GetParseError_En(document.GetParseError()) +
+            error = where + (lineNumber == 1 ? "not a qel-host session: " : "") +
+                    "not JSON: " + rapidjson::GetParseError_En(document.GetParseError()) +
                     " at column " + std::to_string(document.GetErrorOffset() + 1) +
                     (complete ? "" : " (the file is cut short in this line)");
             return nullptr;
@@ -508,7 +526,7 @@ std::unique_ptr<Session> ParseSession(const std::string& text, std::string& erro
     return session;
 }
 
-std::unique_ptr<Session> ReadSession(const std::string& path, std::string& error) {
+SessionPointer ReadSession(const std::string& path, std::string& error) {
     std::ifstream in(path, std::ios::binary);
     if (!in) {
         error = "cannot open " + path + ": " + std::strerror(errno);
@@ -564,6 +582,13 @@ public:
         result_ = &result;
         SetClockSeamHandler(this);
         RunInputs(steps_.size());
+        // A replay that stopped early still ends the module, while this
+        // host can take its last calls (without judging them).
+        finished_ = true;
+        if (!released_) {
+            released_ = true;
+            library_.ReleaseModule();
+        }
         SetClockSeamHandler(nullptr);
         result.steps = steps_.size();
     }
@@ -628,6 +653,9 @@ private:
     // none (the output is one).
     const Step* Expect(Kind kind, const std::string& came,
                        const std::function<bool(const Step&)>& sameKey, bool keyFirst = false) {
+        if (finished_) {
+            return nullptr;
+        }
         const size_t end = FrameEnd();
         if (index_ < end && steps_[index_].kind == kind && (!keyFirst || sameKey(steps_[index_]))) {
             return &steps_[index_++];
@@ -635,8 +663,8 @@ private:
         for (size_t j = index_; j < end; j = session_.Next(j)) {
             if (steps_[j].kind == kind && sameKey(steps_[j])) {
                 Diverge(index_, Expected(index_),
-                        std::string(Info(kind).name) + " " + Shorten(came) + " (" +
-                            std::to_string(j - index_) + " recorded steps did not come before it)");
+                        CameSummary(kind, came) + " (" + std::to_string(j - index_) +
+                            " recorded steps did not come before it)");
                 index_ = j + 1;
                 return &steps_[j];
             }
@@ -644,7 +672,7 @@ private:
         if (keyFirst && index_ < end && steps_[index_].kind == kind) {
             return &steps_[index_++];
         }
-        Diverge(index_, Expected(index_), std::string(Info(kind).name) + " " + Shorten(came));
+        Diverge(index_, Expected(index_), CameSummary(kind, came));
         return nullptr;
     }
 
@@ -732,6 +760,7 @@ private:
     }
 
     void Destroy(size_t at) {
+        released_ = true;
         Bracket(at, [&] { library_.ReleaseModule(); });
     }
 
@@ -956,7 +985,7 @@ private:
             }
             return true;
         };
-        const Step* step = self.Expect(Kind::Request, Shorten(came), key, true);
+        const Step* step = self.Expect(Kind::Request, came, key, true);
         RestReply answer =
             RestReply::Error(599, "qel-host replay: the recording holds no answer to " +
                                       std::string(MethodName(request.method)) + " " + request.uri);
@@ -980,7 +1009,12 @@ private:
                     answer.body = TextOf(v, "text");
                 }
             } else {
-                self.Diverge(at, Summary(*step), "request " + Shorten(came, 200));
+                std::vector<std::string> differences;
+                Differences(step->value, cameValue, "", differences);
+                self.Diverge(at, Summary(*step),
+                             CameSummary(Kind::Request, came) +
+                                 " (not in the recording: answered with a failure)",
+                             std::move(differences));
             }
             self.index_ = step->close + 1;
         }
@@ -1093,6 +1127,9 @@ private:
 
     static void QEL_HOST_CALL ServeOnceEntry(HostApi* api) {
         Replayer& self = Self(api);
+        if (self.finished_) {
+            return;
+        }
         const Step* step = nullptr;
         const size_t end = self.FrameEnd();
         if (self.index_ < end && self.steps_[self.index_].kind == Kind::Turn) {
@@ -1170,6 +1207,8 @@ private:
     std::map<std::string, std::pair<HostEventCallback, void*>> registrations_;
     std::map<uint64_t, std::pair<HostDelayedCallback, void*>> calls_;
     uint64_t idleTurns_ = 0;
+    bool released_ = false;
+    bool finished_ = false;
 };
 
 void PrintResult(const ReplayResult& result, const ReplayOptions& options, const std::string& name);
@@ -1305,7 +1344,7 @@ ReplayResult ReplaySession(const Session& session, const ReplayOptions& options)
 
 int RunReplay(const ReplayOptions& options) {
     std::string error;
-    std::unique_ptr<Session> session = ReadSession(options.path, error);
+    SessionPointer session = ReadSession(options.path, error);
     if (session == nullptr) {
         std::fprintf(options.err, "qel-host replay: %s: %s\n", options.path.c_str(), error.c_str());
         return 2;

@@ -49,12 +49,17 @@ struct Divergence {
 };
 
 class Session;
+// Sessions are built and freed in Replay.cpp only.
+struct SessionDeleter {
+    void operator()(Session* session) const;
+};
+using SessionPointer = std::unique_ptr<Session, SessionDeleter>;
 
 // A session file read and checked: a header and well-formed, well-nested
 // steps ending with "end". Null with `error` set to "line N: why".
-std::unique_ptr<Session> ReadSession(const std::string& path, std::string& error);
+SessionPointer ReadSession(const std::string& path, std::string& error);
 // The same, from text (tests).
-std::unique_ptr<Session> ParseSession(const std::string& text, std::string& error);
+SessionPointer ParseSession(const std::string& text, std::string& error);
 
 struct ReplayResult {
     // 0 everything matched, 1 a divergence, 2 the file or the plugin is unusable.
