@@ -1310,7 +1310,17 @@ void PrintResult(const ReplayResult& result, const ReplayOptions& options,
 ReplayResult ReplaySession(const Session& session, const ReplayOptions& options) {
     ReplayResult result;
     std::string error;
-    std::unique_ptr<PluginLibrary> library = PluginLibrary::Load(options.plugin, error);
+    PluginLoadOptions load = options.plugin;
+    if (options.recordedCoreVersion) {
+        const std::string core = TextOf(At(At(session.header, "host"), "options"), "core");
+        unsigned major = 0, minor = 0, patch = 0;
+        if (std::sscanf(core.c_str(), "%u.%u.%u", &major, &minor, &patch) == 3) {
+            load.major = major;
+            load.minor = minor;
+            load.patch = patch;
+        }
+    }
+    std::unique_ptr<PluginLibrary> library = PluginLibrary::Load(load, error);
     if (library == nullptr) {
         result.error = error;
         return result;

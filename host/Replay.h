@@ -29,6 +29,9 @@ namespace Orvan::Host {
 struct ReplayOptions {
     std::string path;
     PluginLoadOptions plugin;
+    // Offer the plugin the core version the session was recorded with
+    // instead of `plugin`'s.
+    bool recordedCoreVersion = true;
     bool json = false;
     // List every divergence, not only the first.
     bool keepGoing = false;

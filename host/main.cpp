@@ -44,7 +44,8 @@ void Usage(std::FILE* out) {
                  "      plays a session recorded with --record against the plugin, without\n"
                  "      the simulator, and compares every output; exits 0 when all match,\n"
                  "      1 at a divergence (the first, or all with --keep-going), 2 when the\n"
-                 "      file is not a usable session\n"
+                 "      file is not a usable session. The plugin is offered the core version\n"
+                 "      of the recording unless --core-version says otherwise\n"
                  "  qel-host openapi [PLUGIN OPTIONS]\n"
                  "      prints the plugin's API as an OpenAPI 3.1 document\n"
                  "  qel-host scenarios          lists the scenarios\n"
@@ -89,6 +90,7 @@ struct Arguments {
     bool speedGiven = false;
     std::string record;
     bool keepGoing = false;
+    bool coreVersionGiven = false;
     std::string contentType = "application/json";
     std::string error;
 };
@@ -165,6 +167,7 @@ Arguments Parse(int argc, char** argv) {
         } else if (arg == "--entry") {
             args.demo.plugin.entryName = value();
         } else if (arg == "--core-version") {
+            args.coreVersionGiven = true;
             if (!ParseVersion(value(), args.demo.plugin)) {
                 args.error = "--core-version needs MAJOR.MINOR.PATCH";
             }
@@ -348,6 +351,7 @@ int Replay(const Arguments& args) {
     ReplayOptions options;
     options.path = args.positional[1];
     options.plugin = args.demo.plugin;
+    options.recordedCoreVersion = !args.coreVersionGiven;
     options.json = args.demo.json;
     options.keepGoing = args.keepGoing;
     return RunReplay(options);
