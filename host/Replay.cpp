@@ -808,10 +808,25 @@ private:
         const uint64_t index = WholeOf(v, "endpoint");
         const std::string method = TextOf(v, "method");
         const EndpointRecord* endpoint = index < endpoints_.size() ? endpoints_[index] : nullptr;
+        // The recorded route names the endpoint wherever it now stands.
+        if (const Value* route = Member(v, "route"); route != nullptr && route->IsString()) {
+            endpoint = nullptr;
+            for (const EndpointRecord* candidate : endpoints_) {
+                const char* own = candidate->method == kHostMethodDirectCall
+                                      ? candidate->function.name
+                                      : candidate->urlTemplate;
+                if (MethodName(candidate->method) == method && own != nullptr &&
+                    route->GetString() == std::string_view(own)) {
+                    endpoint = candidate;
+                    break;
+                }
+            }
+        }
         if (endpoint == nullptr || endpoint->dispatch == nullptr ||
             MethodName(endpoint->method) != method) {
             Diverge(at, Summary(steps_[at]),
-                    "the plugin has no endpoint " + std::to_string(index) + " for " + method);
+                    "the plugin has no endpoint for " + method + " " +
+                        (Member(v, "route") != nullptr ? TextOf(v, "route") : TextOf(v, "url")));
             index_ = steps_[at].close + 1;
             return;
         }

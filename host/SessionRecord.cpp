@@ -152,6 +152,7 @@ void SessionRecorder::Attach(HostRuntime& runtime, const PluginLibrary& library,
     }
     runtime_ = &runtime;
     plugin_ = plugin;
+    endpoints_ = library.Endpoints();
     std::string file = library.Path();
     const size_t slash = file.find_last_of("/\\");
     if (slash != std::string::npos) {
@@ -475,7 +476,15 @@ void SessionRecorder::OnEndpointCall(uint32_t plugin, size_t endpoint, const Res
         return;
     }
     if (reply == nullptr) {
+        // The endpoint by its place and by its template (the function's name
+        // for a direct call), which outlives a reordering.
         Begin("call") += ",\"endpoint\":" + std::to_string(endpoint);
+        if (endpoint < endpoints_.size()) {
+            const EndpointRecord& record = *endpoints_[endpoint];
+            const char* route =
+                record.method == kHostMethodDirectCall ? record.function.name : record.urlTemplate;
+            line_ += ",\"route\":" + QuoteJson(route != nullptr ? route : "");
+        }
         AppendRequestFields(line_, request);
     } else {
         Begin("answer");

@@ -34,6 +34,7 @@
 #include <cstdio>
 #include <string>
 #include <unordered_map>
+#include <vector>
 
 #include "host/ClockSeam.h"
 #include "host/HostRuntime.h"
@@ -140,6 +141,7 @@ private:
     SessionHeader header_;
     HostRuntime* runtime_ = nullptr;
     uint32_t plugin_ = 0;
+    std::vector<const EndpointRecord*> endpoints_;
     std::string line_;
     uint64_t steps_ = 0;
     // A scheduled call is named by its rank among the "schedule" steps; the
