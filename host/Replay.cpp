@@ -1127,8 +1127,10 @@ private:
         const std::string text = Text(label);
         char delay[40];
         std::snprintf(delay, sizeof delay, "%.17g", delaySeconds);
+        const std::string came =
+            "{\"label\":" + QuoteJson(text) + ",\"delay\":" + std::string(delay) + "}";
         const Step* step = self.Expect(
-            Kind::Schedule, text, [&](const Step& s) { return TextOf(s.value, "label") == text; });
+            Kind::Schedule, came, [&](const Step& s) { return TextOf(s.value, "label") == text; });
         if (step == nullptr) {
             return;
         }
@@ -1340,13 +1342,23 @@ ReplayResult ReplaySession(const Session& session, const ReplayOptions& options)
         result.error = error;
         return result;
     }
+    result = ReplaySession(session, *library, options);
+    // The module's code stays mapped until the process ends.
+    static std::vector<std::unique_ptr<PluginLibrary>> libraries;
+    libraries.push_back(std::move(library));
+    return result;
+}
+
+ReplayResult ReplaySession(const Session& session, PluginLibrary& library,
+                           const ReplayOptions& options) {
+    ReplayResult result;
     const Value& recorded = session.header["plugin"];
-    if (TextOf(recorded, "name") != library->ShortName()) {
+    if (TextOf(recorded, "name") != library.ShortName()) {
         result.error = "line 1: the session was recorded with the plugin \"" +
-                       TextOf(recorded, "name") + "\", not \"" + library->ShortName() + "\"";
+                       TextOf(recorded, "name") + "\", not \"" + library.ShortName() + "\"";
         return result;
     }
-    const std::string description = ApiDescriptionHash(*library);
+    const std::string description = ApiDescriptionHash(library);
     if (TextOf(recorded, "description") != description) {
         result.warnings.push_back(
             "line 1: the session was recorded with a plugin of another API "
@@ -1358,12 +1370,9 @@ ReplayResult ReplaySession(const Session& session, const ReplayOptions& options)
         result.warnings.push_back(
             "this program does not export the clock seam: the plugin reads the real clocks");
     }
-    Replayer replayer(session, *library, options);
+    Replayer replayer(session, library, options);
     replayer.Run(result);
     result.exitCode = result.divergences.empty() ? 0 : 1;
-    // The module's code stays mapped until the process ends.
-    static std::vector<std::unique_ptr<PluginLibrary>> libraries;
-    libraries.push_back(std::move(library));
     return result;
 }
 

@@ -75,6 +75,10 @@ struct ReplayResult {
 
 // Loads the plugin and replays; prints nothing.
 ReplayResult ReplaySession(const Session& session, const ReplayOptions& options);
+// The same against a plugin the caller loaded (one linked into a test, say);
+// the replay ends its module.
+ReplayResult ReplaySession(const Session& session, PluginLibrary& library,
+                           const ReplayOptions& options);
 
 // The command: reads, replays, prints the outcome; answers the exit status.
 int RunReplay(const ReplayOptions& options);
