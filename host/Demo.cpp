@@ -848,6 +848,10 @@ DemoResult Demo::Run() {
     runtime_.SetStallHandler([this](const std::string& why) {
         timeline_.Outcome(false, "the run stalled: " + why);
         std::fflush(options_.out);
+        if (options_.recorder != nullptr) {
+            // What was recorded up to the stall, which a replay reports as cut short.
+            options_.recorder->Flush();
+        }
         std::_Exit(1);
     });
     if (!runtime_.Start(plugin_)) {

@@ -81,6 +81,12 @@ public:
     // Stops following and writes the last line, {"k":"end"}, without which
     // a replay takes the file for cut short. Call it while the runtime lives.
     void Detach();
+    // Writes out what is buffered (before the process ends abruptly).
+    void Flush() {
+        if (file_ != nullptr) {
+            std::fflush(file_);
+        }
+    }
     // Closes the file; false with `error` set when it could not be written
     // completely.
     bool Close(std::string& error);
