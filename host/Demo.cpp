@@ -14,6 +14,7 @@
 #include "host/HostJson.h"
 #include "host/HostRuntime.h"
 #include "host/PublishedState.h"
+#include "host/SessionRecord.h"
 #include "host/StandIns.h"
 #include "host/Timeline.h"
 #include "sim/Catalog.h"
@@ -838,10 +839,19 @@ DemoResult Demo::Run() {
     timeline_.Text("");
 
     plugin_ = runtime_.Attach(library_);
+    if (options_.recorder != nullptr) {
+        options_.recorder->Attach(runtime_, library_, plugin_);
+    }
+    // Ends the recording before the runtime goes, on every way out.
+    const SessionRecorder::Follow following(options_.recorder);
     runtime_.SetTimeLimit(Now() + 1800.0);
     runtime_.SetStallHandler([this](const std::string& why) {
         timeline_.Outcome(false, "the run stalled: " + why);
         std::fflush(options_.out);
+        if (options_.recorder != nullptr) {
+            // What was recorded up to the stall, which a replay reports as cut short.
+            options_.recorder->Flush();
+        }
         std::_Exit(1);
     });
     if (!runtime_.Start(plugin_)) {

@@ -24,6 +24,8 @@
 
 namespace Orvan::Host {
 
+class SessionRecorder;
+
 struct DemoOptions {
     std::string scenario = "draft";
     // Simulated seconds per real second; 0 runs as fast as the work allows.
@@ -35,6 +37,8 @@ struct DemoOptions {
     bool memory = false;
     PluginLoadOptions plugin;
     std::FILE* out = stdout;
+    // Writes the session down (`--record`); the caller's, opened.
+    SessionRecorder* recorder = nullptr;
 };
 
 struct DemoResult {

@@ -105,7 +105,14 @@ bool HostRuntime::Start(uint32_t plugin) {
     const PluginLoadRecord& record = slot->library->Record();
     HostLink link{&slot->table.api, slot->handle};
     slot->started = true;
-    return record.callbacks->StartModule(record.module, &link) != 0;
+    if (input_ != nullptr) {
+        input_->OnModuleCall(plugin, "start", true, false);
+    }
+    const bool started = record.callbacks->StartModule(record.module, &link) != 0;
+    if (input_ != nullptr) {
+        input_->OnModuleCall(plugin, "start", false, started);
+    }
+    return started;
 }
 
 void HostRuntime::Destroy(uint32_t plugin) {
@@ -113,8 +120,14 @@ void HostRuntime::Destroy(uint32_t plugin) {
     if (slot == nullptr || slot->destroyed) {
         return;
     }
+    if (input_ != nullptr) {
+        input_->OnModuleCall(plugin, "destroy", true, false);
+    }
     slot->library->ReleaseModule();
     slot->destroyed = true;
+    if (input_ != nullptr) {
+        input_->OnModuleCall(plugin, "destroy", false, true);
+    }
     // Nothing may reach the module any more.
     registrations_.erase(std::remove_if(registrations_.begin(), registrations_.end(),
                                         [&](const Registration& r) { return r.plugin == plugin; }),
@@ -203,9 +216,16 @@ bool HostRuntime::Turn() {
         if (due == delayed_.end()) {
             break;
         }
+        const uint64_t call = due->first.second;
         Task task = std::move(due->second);
         delayed_.erase(due);
+        if (input_ != nullptr && task.plugin != 0) {
+            input_->OnFire(task.plugin, call, task.label, true);
+        }
         task.run();
+        if (input_ != nullptr && task.plugin != 0) {
+            input_->OnFire(task.plugin, call, task.label, false);
+        }
         worked = true;
     }
     return worked;
@@ -386,7 +406,16 @@ void HostRuntime::Deliver(const QueuedEvent& event) {
         delivered.name = event.name.c_str();
         delivered.payload = payload.Get();
         delivered.context = context;
+        // The registration may go while the plugin runs: keep what names it.
+        const uint32_t plugin = found->plugin;
+        const std::string pattern = input_ != nullptr ? found->pattern : std::string();
+        if (input_ != nullptr) {
+            input_->OnDeliver(plugin, pattern, event.name, event.json, true);
+        }
         callback(&delivered);
+        if (input_ != nullptr) {
+            input_->OnDeliver(plugin, pattern, event.name, event.json, false);
+        }
     }
 }
 
@@ -584,6 +613,12 @@ RestReply HostRuntime::CallEndpoint(PluginSlot& slot, const EndpointRecord& endp
     hostRequest.functionName =
         request.functionName.empty() ? nullptr : request.functionName.c_str();
 
+    const size_t index =
+        static_cast<size_t>(std::find(slot.endpoints.begin(), slot.endpoints.end(), &endpoint) -
+                            slot.endpoints.begin());
+    if (input_ != nullptr) {
+        input_->OnEndpointCall(slot.handle, index, request, nullptr);
+    }
     HostResponse response{};
     endpoint.dispatch(&response, &hostRequest);
 
@@ -626,7 +661,9 @@ RestReply HostRuntime::CallEndpoint(PluginSlot& slot, const EndpointRecord& endp
     if (response.release != nullptr) {
         response.release(&response);
     }
-    (void)slot;
+    if (input_ != nullptr) {
+        input_->OnEndpointCall(slot.handle, index, request, &reply);
+    }
     return reply;
 }
 
@@ -671,6 +708,9 @@ void QEL_HOST_CALL HostRuntime::RequestEntry(HostApi* api, HostResponse* reply,
         request.body.assign(reinterpret_cast<const char*>(hostRequest->body),
                             hostRequest->bodyLength);
     }
+    if (host.input_ != nullptr) {
+        host.input_->OnRequestBegins(slot.handle, request);
+    }
     if (readable) {
         answer = host.Route(request);
     }
@@ -701,7 +741,11 @@ void QEL_HOST_CALL HostRuntime::ReleaseReply(HostResponse* reply) {
     reply->release = nullptr;
 }
 
-uint32_t QEL_HOST_CALL HostRuntime::Entry1(HostApi*, uint32_t, uint32_t) {
+uint32_t QEL_HOST_CALL HostRuntime::Entry1(HostApi* api, uint32_t first, uint32_t second) {
+    PluginSlot& slot = SlotOf(api);
+    if (slot.table.runtime->input_ != nullptr) {
+        slot.table.runtime->input_->OnEntry1(slot.handle, first, second, 0);
+    }
     return 0;
 }
 
@@ -736,6 +780,9 @@ void QEL_HOST_CALL HostRuntime::RegisterEventEntry(HostApi* api, const char* nam
     // in what the plugin sends with requests.
     for (Registration& registration : host.registrations_) {
         if (registration.plugin == slot.handle && registration.pattern == pattern) {
+            if (host.input_ != nullptr) {
+                host.input_->OnRegistration(slot.handle, pattern, flags, true);
+            }
             registration.callback = callback;
             registration.context = context;
             registration.flags = flags;
@@ -750,6 +797,9 @@ void QEL_HOST_CALL HostRuntime::RegisterEventEntry(HostApi* api, const char* nam
     registration.context = context;
     registration.flags = flags;
     host.registrations_.push_back(std::move(registration));
+    if (host.input_ != nullptr) {
+        host.input_->OnRegistration(slot.handle, pattern, flags, true);
+    }
 }
 
 void QEL_HOST_CALL HostRuntime::UnregisterEventEntry(HostApi* api, const char* name,
@@ -757,6 +807,9 @@ void QEL_HOST_CALL HostRuntime::UnregisterEventEntry(HostApi* api, const char* n
     PluginSlot& slot = SlotOf(api);
     HostRuntime& host = *slot.table.runtime;
     const std::string pattern = Text(name);
+    if (host.input_ != nullptr) {
+        host.input_->OnRegistration(slot.handle, pattern, 0, false);
+    }
     host.registrations_.erase(
         std::remove_if(
             host.registrations_.begin(), host.registrations_.end(),
@@ -782,12 +835,29 @@ void QEL_HOST_CALL HostRuntime::ScheduleCallEntry(HostApi* api, const char* labe
     }
     host.delayed_.emplace(std::make_pair(host.Now() + delaySeconds, host.nextTask_++),
                           Task{text, slot.handle, [callback, context] { callback(context); }});
+    if (host.input_ != nullptr) {
+        host.input_->OnScheduled(slot.handle, host.nextTask_ - 1);
+    }
 }
 
 void QEL_HOST_CALL HostRuntime::ServeOnceEntry(HostApi* api) {
     PluginSlot& slot = SlotOf(api);
     HostRuntime& host = *slot.table.runtime;
     ++slot.counters.serveCalls;
+    struct Bracket {
+        HostInputObserver* input;
+        uint32_t plugin;
+        Bracket(HostInputObserver* i, uint32_t p) : input(i), plugin(p) {
+            if (input != nullptr) {
+                input->OnServeOnce(plugin, true);
+            }
+        }
+        ~Bracket() {
+            if (input != nullptr) {
+                input->OnServeOnce(plugin, false);
+            }
+        }
+    } bracket(host.input_, slot.handle);
     if (host.Turn()) {
         return;
     }
@@ -803,11 +873,14 @@ void QEL_HOST_CALL HostRuntime::ServeOnceEntry(HostApi* api) {
     }
 }
 
-void QEL_HOST_CALL HostRuntime::BeginWaitEntry(HostApi* api, const char* label, uint32_t) {
+void QEL_HOST_CALL HostRuntime::BeginWaitEntry(HostApi* api, const char* label, uint32_t value) {
     PluginSlot& slot = SlotOf(api);
     HostRuntime& host = *slot.table.runtime;
     ++slot.counters.waits;
     slot.waits.emplace_back(Text(label), host.turns_);
+    if (host.input_ != nullptr) {
+        host.input_->OnWaitBegins(slot.handle, slot.waits.back().first, value);
+    }
     for (HostObserver* observer : host.observers_) {
         observer->OnWait(slot.handle, slot.waits.back().first, true);
     }
@@ -817,12 +890,18 @@ uint64_t QEL_HOST_CALL HostRuntime::EndWaitEntry(HostApi* api) {
     PluginSlot& slot = SlotOf(api);
     HostRuntime& host = *slot.table.runtime;
     if (slot.waits.empty()) {
+        if (host.input_ != nullptr) {
+            host.input_->OnWaitEnds(slot.handle, 0);
+        }
         return 0;
     }
     auto [label, began] = slot.waits.back();
     slot.waits.pop_back();
     for (HostObserver* observer : host.observers_) {
         observer->OnWait(slot.handle, label, false);
+    }
+    if (host.input_ != nullptr) {
+        host.input_->OnWaitEnds(slot.handle, host.turns_ - began);
     }
     return host.turns_ - began;
 }

@@ -69,6 +69,44 @@ public:
                                 const std::string& /*json*/) {}
 };
 
+// What crosses into a plugin besides what HostObserver shows, with the
+// bracketing of each call, so that a recorder can write down a session in
+// the order the plugin lived it. `begins` is true before the plugin is
+// called (or before the host works on its behalf) and false afterwards.
+class HostInputObserver {
+public:
+    virtual ~HostInputObserver() = default;
+    // StartModule ("start", `result` its answer) and DestroyModule ("destroy").
+    virtual void OnModuleCall(uint32_t /*plugin*/, const char* /*what*/, bool /*begins*/,
+                              bool /*result*/) {}
+    // Entries 3 and 4.
+    virtual void OnRegistration(uint32_t /*plugin*/, const std::string& /*pattern*/,
+                                uint32_t /*flags*/, bool /*registers*/) {}
+    // An event handed to the plugin's callback registered under `pattern`.
+    virtual void OnDeliver(uint32_t /*plugin*/, const std::string& /*pattern*/,
+                           const std::string& /*name*/, const std::string& /*json*/,
+                           bool /*begins*/) {}
+    // Entry 5 kept a delayed call under the host's number `call`; it runs
+    // later between OnFire(begins) and OnFire(!begins).
+    virtual void OnScheduled(uint32_t /*plugin*/, uint64_t /*call*/) {}
+    virtual void OnFire(uint32_t /*plugin*/, uint64_t /*call*/, const std::string& /*label*/,
+                        bool /*begins*/) {}
+    // A request reaching the plugin's endpoint (its index among the
+    // library's endpoints); `reply` is null before the call.
+    virtual void OnEndpointCall(uint32_t /*plugin*/, size_t /*endpoint*/,
+                                const RestRequest& /*request*/, const RestReply* /*reply*/) {}
+    // Entry 0 before it is routed (OnPluginRequest follows with the reply).
+    virtual void OnRequestBegins(uint32_t /*plugin*/, const RestRequest& /*request*/) {}
+    // Entry 6: the host's turn on the plugin's behalf.
+    virtual void OnServeOnce(uint32_t /*plugin*/, bool /*begins*/) {}
+    // Entries 7 and 8 (`value` is entry 7's argument, `turns` entry 8's answer).
+    virtual void OnWaitBegins(uint32_t /*plugin*/, const std::string& /*label*/,
+                              uint32_t /*value*/) {}
+    virtual void OnWaitEnds(uint32_t /*plugin*/, uint64_t /*turns*/) {}
+    virtual void OnEntry1(uint32_t /*plugin*/, uint32_t /*first*/, uint32_t /*second*/,
+                          uint32_t /*result*/) {}
+};
+
 // Outside work the host serves between its own: a network server, say. The
 // runtime polls it on every turn, nested turns of a waiting plugin included,
 // and waits on it instead of sleeping when it has nothing due.
@@ -181,6 +219,8 @@ public:
                                        std::string_view functionName = {}) const;
 
     void AddObserver(HostObserver* observer) { observers_.push_back(observer); }
+    // One at a time; null removes it.
+    void SetInputObserver(HostInputObserver* observer) { input_ = observer; }
     void RemoveObserver(HostObserver* observer);
     // Called when a plugin waits and nothing is left that could answer it,
     // or when a wait outlasts the time limit. The default prints the reason
@@ -258,6 +298,7 @@ private:
     StallHandler stallHandler_;
     double timeLimit_ = 0.0;
     HostPump* pump_ = nullptr;
+    HostInputObserver* input_ = nullptr;
 };
 
 }  // namespace Orvan::Host

@@ -7,6 +7,7 @@
 #include "host/HostJson.h"
 #include "host/HostRuntime.h"
 #include "host/OpenApi.h"
+#include "host/SessionRecord.h"
 #include "host/StandIns.h"
 #include "host/Timeline.h"
 #include "sim/Catalog.h"
@@ -90,6 +91,11 @@ int RunServe(const ServeOptions& options) {
     };
     timeline.SetNames(names);
     const uint32_t plugin = runtime.Attach(library);
+    if (options.recorder != nullptr) {
+        options.recorder->Attach(runtime, library, plugin);
+    }
+    // Ends the recording before the runtime goes, on every way out.
+    const SessionRecorder::Follow following(options.recorder);
     if (!runtime.Start(plugin)) {
         std::fprintf(options.log, "qel-host: the plugin refused to start\n");
         return 1;

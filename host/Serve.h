@@ -21,6 +21,8 @@
 
 namespace Orvan::Host {
 
+class SessionRecorder;
+
 struct ServeOptions {
     std::string scenario = "draft";
     double speed = 1.0;
@@ -41,6 +43,8 @@ struct ServeOptions {
     const std::atomic<bool>* stop = nullptr;
     // Told of every host observer event, on the server's thread.
     HostObserver* observer = nullptr;
+    // Writes the session down (`--record`); the caller's, opened.
+    SessionRecorder* recorder = nullptr;
 };
 
 // Runs until SIGINT or SIGTERM: 0 after a clean stop, 2 when the plugin does

@@ -11,7 +11,9 @@
 #include "host/HostRuntime.h"
 #include "host/OpenApi.h"
 #include "host/PluginLibrary.h"
+#include "host/Replay.h"
 #include "host/Serve.h"
+#include "host/SessionRecord.h"
 #include "host/StandIns.h"
 #include "host/Timeline.h"
 #include "sim/Scenario.h"
@@ -27,15 +29,23 @@ void Usage(std::FILE* out) {
                  "\n"
                  "usage:\n"
                  "  qel-host demo [--scenario NAME] [--speed FACTOR|max] [--seed N] [--json]\n"
-                 "                [-q|-v|-vv] [--malformed SHARE] [--memory] [PLUGIN OPTIONS]\n"
+                 "                [-q|-v|-vv] [--malformed SHARE] [--memory] [--record FILE]\n"
+                 "                [PLUGIN OPTIONS]\n"
                  "      plays a scenario through the plugin and prints its timeline; exits 0\n"
                  "      only when the scenario reached its expected end\n"
                  "  qel-host serve [--port N] [--scenario NAME] [--speed FACTOR] [--seed N]\n"
-                 "                 [--allow-origin ORIGIN]... [-q|-v|-vv] [PLUGIN OPTIONS]\n"
+                 "                 [--allow-origin ORIGIN]... [-q|-v|-vv] [--record FILE]\n"
+                 "                 [PLUGIN OPTIONS]\n"
                  "      serves the plugin's REST API and its events on 127.0.0.1 while the\n"
                  "      scenario's world runs; you are the local player. Prints one line,\n"
                  "      serving http://127.0.0.1:PORT/?token=TOKEN, and runs until SIGINT\n"
                  "      or SIGTERM\n"
+                 "  qel-host replay FILE [--plugin PATH] [--json] [--keep-going]\n"
+                 "      plays a session recorded with --record against the plugin, without\n"
+                 "      the simulator, and compares every output; exits 0 when all match,\n"
+                 "      1 at a divergence (the first, or all with --keep-going), 2 when the\n"
+                 "      file is not a usable session. The plugin is offered the core version\n"
+                 "      of the recording unless --core-version says otherwise\n"
                  "  qel-host openapi [PLUGIN OPTIONS]\n"
                  "      prints the plugin's API as an OpenAPI 3.1 document\n"
                  "  qel-host scenarios          lists the scenarios\n"
@@ -59,6 +69,8 @@ void Usage(std::FILE* out) {
                  "  -q, -v, -vv     less detail; the plugin's calls and warnings; everything\n"
                  "  --malformed S   share (0..1) of service answers damaged on purpose\n"
                  "  --memory        the plugin's memory statistics at the end\n"
+                 "  --record FILE   writes the session (everything between host and plugin,\n"
+                 "                  JSON Lines) for qel-host replay; also for serve\n"
                  "\n"
                  "serve options:\n"
                  "  --port N              the port on 127.0.0.1 (default 0: a free one)\n"
@@ -76,6 +88,9 @@ struct Arguments {
     DemoOptions demo;
     ServeOptions serve;
     bool speedGiven = false;
+    std::string record;
+    bool keepGoing = false;
+    bool coreVersionGiven = false;
     std::string contentType = "application/json";
     std::string error;
 };
@@ -141,6 +156,10 @@ Arguments Parse(int argc, char** argv) {
                 args.error = "--malformed needs a share between 0 and 1";
             }
             args.demo.malformedShare = share;
+        } else if (arg == "--record") {
+            args.record = value();
+        } else if (arg == "--keep-going") {
+            args.keepGoing = true;
         } else if (arg == "--memory") {
             args.demo.memory = true;
         } else if (arg == "--plugin") {
@@ -148,6 +167,7 @@ Arguments Parse(int argc, char** argv) {
         } else if (arg == "--entry") {
             args.demo.plugin.entryName = value();
         } else if (arg == "--core-version") {
+            args.coreVersionGiven = true;
             if (!ParseVersion(value(), args.demo.plugin)) {
                 args.error = "--core-version needs MAJOR.MINOR.PATCH";
             }
@@ -290,6 +310,53 @@ int Request(const Arguments& args) {
     return reply.Ok() ? 0 : 1;
 }
 
+// Opens the recorder when --record was given; false after printing why not.
+bool OpenRecorder(const Arguments& args, const std::string& command, const std::string& options,
+                  SessionRecorder& recorder) {
+    if (args.record.empty()) {
+        return true;
+    }
+    SessionHeader header;
+    header.command = command;
+    header.scenario = args.demo.scenario;
+    header.seed = args.demo.seed;
+    header.optionsJson = options;
+    std::string error;
+    if (!recorder.Open(args.record, header, error)) {
+        std::fprintf(stderr, "qel-host: %s\n", error.c_str());
+        return false;
+    }
+    return true;
+}
+
+int CloseRecorder(const Arguments& args, SessionRecorder& recorder, int status) {
+    std::string error;
+    if (!args.record.empty() && !recorder.Close(error)) {
+        std::fprintf(stderr, "qel-host: %s: %s\n", args.record.c_str(), error.c_str());
+        return 2;
+    }
+    return status;
+}
+
+std::string CoreVersion(const PluginLoadOptions& plugin) {
+    return std::to_string(plugin.major) + "." + std::to_string(plugin.minor) + "." +
+           std::to_string(plugin.patch);
+}
+
+int Replay(const Arguments& args) {
+    if (args.positional.size() != 2) {
+        std::fprintf(stderr, "qel-host: replay needs one FILE (see qel-host --help)\n");
+        return 2;
+    }
+    ReplayOptions options;
+    options.path = args.positional[1];
+    options.plugin = args.demo.plugin;
+    options.recordedCoreVersion = !args.coreVersionGiven;
+    options.json = args.demo.json;
+    options.keepGoing = args.keepGoing;
+    return RunReplay(options);
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -307,7 +374,19 @@ int main(int argc, char** argv) {
         return 0;
     }
     if (command == "demo") {
-        return RunDemo(args.demo).exitCode;
+        SessionRecorder recorder;
+        const std::string options =
+            "{\"speed\":" + (args.demo.speed > 0.0 ? std::to_string(args.demo.speed) : "\"max\"") +
+            ",\"malformed\":" + std::to_string(args.demo.malformedShare) + ",\"core\":\"" +
+            CoreVersion(args.demo.plugin) + "\"}";
+        if (!OpenRecorder(args, "demo", options, recorder)) {
+            return 2;
+        }
+        args.demo.recorder = args.record.empty() ? nullptr : &recorder;
+        return CloseRecorder(args, recorder, RunDemo(args.demo).exitCode);
+    }
+    if (command == "replay") {
+        return Replay(args);
     }
     if (command == "serve") {
         ServeOptions& serve = args.serve;
@@ -324,7 +403,14 @@ int main(int argc, char** argv) {
             }
             serve.speed = args.demo.speed;
         }
-        return RunServe(serve);
+        SessionRecorder recorder;
+        const std::string options = "{\"speed\":" + std::to_string(serve.speed) + ",\"core\":\"" +
+                                    CoreVersion(serve.plugin) + "\"}";
+        if (!OpenRecorder(args, "serve", options, recorder)) {
+            return 2;
+        }
+        serve.recorder = args.record.empty() ? nullptr : &recorder;
+        return CloseRecorder(args, recorder, RunServe(serve));
     }
     if (command == "openapi") {
         return PrintOpenApi(args.demo.plugin, stdout);

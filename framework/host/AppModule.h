@@ -63,6 +63,7 @@
 #include "framework/host/PluginApiVersion.h"
 #include "framework/host/PluginNames.h"
 #include "framework/log/LogRecord.h"
+#include "framework/platform/Clock.h"
 #include "framework/resources/TypedResource.h"
 #include "framework/rest/RestArguments.h"
 
@@ -75,8 +76,8 @@ class AppModule {
 public:
     using ResourceHandler = std::function<void(const Resource&)>;
     using ServiceProxyHandler = std::function<void(const PluginServiceProxyResponse&)>;
-    // The monotonic clock of delayed calls.
-    using Clock = std::chrono::steady_clock;
+    // The monotonic clock of delayed calls (a stand-in host may replay it).
+    using Clock = Platform::MonotonicClock;
 
     AppModule();
     AppModule(const AppModule&) = delete;

@@ -8,6 +8,8 @@
 #define WIN32_LEAN_AND_MEAN
 #endif
 #include <windows.h>
+#else
+#include <dlfcn.h>
 #endif
 
 namespace Orvan::Framework::Platform {
@@ -18,6 +20,24 @@ namespace {
 uint64_t FirstTicks() {
     static const uint64_t first = HighResolutionTicks();
     return first;
+}
+
+// The host program's seam, looked up once; null in a host without one.
+ClockSeamFunction Seam() {
+    static const ClockSeamFunction seam = []() -> ClockSeamFunction {
+#if defined(_WIN32)
+        return reinterpret_cast<ClockSeamFunction>(reinterpret_cast<void (*)()>(
+            GetProcAddress(GetModuleHandleW(nullptr), kClockSeamSymbol)));
+#else
+        return reinterpret_cast<ClockSeamFunction>(dlsym(RTLD_DEFAULT, kClockSeamSymbol));
+#endif
+    }();
+    return seam;
+}
+
+int64_t ThroughSeam(ClockReading reading, int64_t real) {
+    const ClockSeamFunction seam = Seam();
+    return seam != nullptr ? seam(static_cast<uint32_t>(reading), real) : real;
 }
 
 }  // namespace
@@ -84,9 +104,18 @@ uint64_t NanosecondsSinceFirstUse() {
 
 int64_t SystemTime100ns() {
     auto sinceEpoch = std::chrono::system_clock::now().time_since_epoch();
-    return std::chrono::duration_cast<std::chrono::duration<int64_t, std::ratio<1, 10'000'000>>>(
-               sinceEpoch)
-        .count();
+    return ThroughSeam(
+        ClockReading::System,
+        std::chrono::duration_cast<std::chrono::duration<int64_t, std::ratio<1, 10'000'000>>>(
+            sinceEpoch)
+            .count());
+}
+
+MonotonicClock::time_point MonotonicClock::now() noexcept {
+    const auto real = std::chrono::duration_cast<std::chrono::nanoseconds>(
+                          std::chrono::steady_clock::now().time_since_epoch())
+                          .count();
+    return time_point(duration(ThroughSeam(ClockReading::Monotonic, real)));
 }
 
 }  // namespace Orvan::Framework::Platform

@@ -18,6 +18,10 @@
 #include <thread>
 #include <vector>
 
+#include <sys/wait.h>
+
+#include <cstdio>
+
 #include "tests/gateway/client/GatewayClient.h"
 
 namespace Orvan::Testing {
@@ -257,8 +261,25 @@ private:
     int64_t picked_ = 0;
 };
 
+// `qel-host replay FILE`: its exit status and what it printed.
+int Replay(const std::string& path, std::string& output) {
+    const std::string command = std::string(QEL_HOST_PROGRAM) + " replay " + path + " 2>&1";
+    std::FILE* pipe = ::popen(command.c_str(), "r");
+    if (pipe == nullptr) {
+        return -1;
+    }
+    char buffer[4096];
+    for (size_t read; (read = std::fread(buffer, 1, sizeof buffer, pipe)) > 0;) {
+        output.append(buffer, read);
+    }
+    const int status = ::pclose(pipe);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
 TEST(GatewayServe, PlaysAWholeDraftOverHttpWithTheEventsOnBothStreams) {
-    auto serve = Serve();
+    // Recorded as it is played, and replayed clean afterwards.
+    const std::string recording = std::string(QEL_TEST_SCRATCH) + "/served-draft.jsonl";
+    auto serve = Serve({"--record", recording});
     ASSERT_NE(serve, nullptr);
     EXPECT_EQ(serve->Line(), "serving http://127.0.0.1:" + std::to_string(serve->Port()) +
                                  "/?token=" + serve->Token());
@@ -369,6 +390,10 @@ TEST(GatewayServe, PlaysAWholeDraftOverHttpWithTheEventsOnBothStreams) {
         EXPECT_EQ(streamed[i].data, events[i].data);
     }
     EXPECT_EQ(serve->Stop(), 0) << serve->Log();
+    std::string replayed;
+    EXPECT_EQ(Replay(recording, replayed), 0) << replayed;
+    EXPECT_NE(replayed.find("steps match"), std::string::npos) << replayed;
+    std::remove(recording.c_str());
 }
 
 TEST(GatewayServe, ALateSubscriberStartsFromTheCurrentStateAndAStreamResumes) {
