@@ -43,6 +43,10 @@ constexpr const char* kChamp = "/qel-lobby-team-builder/champ-select/v1";
 
 enum class Poll { Pending, Done, Failed };
 
+// Simulated seconds after the faults stop for late events and late delayed
+// calls to land.
+constexpr double kFaultsSettleSeconds = 5.0;
+
 // No endpoint at all, an endpoint that does not match, or one the plugin
 // registered before writing its handler.
 bool Unimplemented(const RestReply& reply) {
@@ -133,6 +137,7 @@ private:
     PublishedState state_;
     StandIns standIns_;
     Simulation::ServiceSimulator services_;
+    std::unique_ptr<FaultInjector> faults_;
     uint32_t plugin_ = 0;
     std::string failure_;
     std::string missing_;
@@ -835,6 +840,11 @@ DemoResult Demo::Run() {
             "% of the service's answers are damaged on purpose; the run passes when "
             "host and plugin survive");
     }
+    if (options_.faults.Any()) {
+        timeline_.Text("  faults    " + options_.faults.Text() +
+                       "; the run passes when host and plugin survive and what the plugin "
+                       "publishes agrees with what it holds");
+    }
     timeline_.Text("");
 
     plugin_ = runtime_.Attach(library_);
@@ -853,6 +863,10 @@ DemoResult Demo::Run() {
     timeline_.Note(
         "host", "started the plugin; it follows " + Plural(subscriptions.size(), "event", "events"),
         1);
+    if (options_.faults.Any()) {
+        faults_ = std::make_unique<FaultInjector>(options_.faults, options_.seed);
+        runtime_.SetFaults(faults_.get());
+    }
     runtime_.After(0.5, "sign-in", [this] { standIns_.SignIn(); });
     services_.Start();
 
@@ -879,7 +893,12 @@ DemoResult Demo::Run() {
         }
         break;
     }
-    // Let the last events settle before judging.
+    // Let the last events settle before judging; late ones too.
+    if (faults_ != nullptr) {
+        runtime_.SetFaults(nullptr);
+        result.faults = faults_->Total();
+        runtime_.RunFor(kFaultsSettleSeconds);
+    }
     runtime_.RunFor(1.0);
     result.simulatedSeconds = Now();
     result.malformed = services_.Statistics().malformed;
@@ -887,21 +906,40 @@ DemoResult Demo::Run() {
     result.resourceEvents = state_.Events().size();
 
     timeline_.Phase("Outcome");
-    if (options_.malformedShare > 0.0) {
+    if (options_.malformedShare > 0.0 || faults_ != nullptr) {
         RestRequest probe;
         probe.method = kHostMethodGet;
         probe.uri = std::string(kBase) + "/v1/matchmaking";
         RestReply reply = runtime_.Route(probe);
         timeline_.Rest("host", probe, reply);
-        result.success = reply.Ok();
-        result.outcome =
-            result.success ? "host and plugin survived " +
-                                 Plural(result.malformed, "malformed answer", "malformed answers") +
-                                 " and the plugin still answers" +
-                                 (completed ? "; the scenario even reached its end"
-                                            : "; the scenario stopped: " + failure_)
-                           : "the plugin no longer answers after " +
-                                 Plural(result.malformed, "malformed answer", "malformed answers");
+        std::string damage;
+        if (options_.malformedShare > 0.0) {
+            damage = Plural(result.malformed, "malformed answer", "malformed answers");
+        }
+        if (faults_ != nullptr) {
+            damage += (damage.empty() ? "" : " and ") +
+                      Plural(result.faults, "injected fault", "injected faults") + " (" +
+                      faults_->Summary() + ")";
+            result.disagreements = CheckPublishedState(runtime_, state_);
+            for (const std::string& disagreement : result.disagreements) {
+                timeline_.Text("  [ ] " + disagreement);
+            }
+        }
+        result.success = reply.Ok() && result.disagreements.empty();
+        if (!reply.Ok()) {
+            result.outcome = "the plugin no longer answers after " + damage;
+        } else if (!result.disagreements.empty()) {
+            result.outcome = "after " + damage + ", what the plugin published contradicts what " +
+                             "it holds (" + result.disagreements.front() + ")";
+        } else {
+            result.outcome =
+                "host and plugin survived " + damage + " and the plugin still answers" +
+                std::string(faults_ != nullptr ? "; its lobby, search and session agree with the "
+                                                 "DTO it holds"
+                                               : "") +
+                (completed ? "; the scenario even reached its end"
+                           : "; the scenario stopped: " + failure_);
+        }
     } else {
         Milestones(result);
         bool all = completed;

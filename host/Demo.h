@@ -8,8 +8,10 @@
 //
 // When the plugin lacks an endpoint a step needs, the run stops there and
 // says which operation the plugin could not perform. With a malformed share,
-// the service damages some of its answers; the run then counts as a success
-// when host and plugin survive it and the plugin still answers.
+// the service damages some of its answers; with faults, the host misbehaves.
+// The run then counts as a success when host and plugin survive it, the
+// plugin still answers and (with faults) what it published agrees with what
+// it holds.
 //
 // Ownership: a run owns everything it creates. Threads: the calling thread.
 #pragma once
@@ -20,6 +22,7 @@
 #include <utility>
 #include <vector>
 
+#include "host/Faults.h"
 #include "host/PluginLibrary.h"
 
 namespace Orvan::Host {
@@ -32,6 +35,9 @@ struct DemoOptions {
     bool json = false;
     int detail = 1;
     double malformedShare = 0.0;
+    // The host's own misbehaviour; the run then passes when host and plugin
+    // survive and the plugin's published state agrees with what it holds.
+    FaultSpec faults;
     bool memory = false;
     PluginLoadOptions plugin;
     std::FILE* out = stdout;
@@ -48,6 +54,9 @@ struct DemoResult {
     std::string missingEndpoint;
     size_t resourceEvents = 0;
     uint32_t malformed = 0;
+    uint64_t faults = 0;
+    // Where the published lobby, search or session contradicted the plugin.
+    std::vector<std::string> disagreements;
     double simulatedSeconds = 0.0;
 };
 

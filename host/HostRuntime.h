@@ -49,6 +49,8 @@
 
 namespace Orvan::Host {
 
+class FaultInjector;
+
 // What the host sees happen; the timeline and tests implement it.
 class HostObserver {
 public:
@@ -188,6 +190,8 @@ public:
     void SetStallHandler(StallHandler handler) { stallHandler_ = std::move(handler); }
     // Waits of plugins past this clock reading are stalls.
     void SetTimeLimit(double seconds) { timeLimit_ = seconds; }
+    // Misbehaves on purpose from now on (host/Faults.h); null behaves again.
+    void SetFaults(FaultInjector* faults) { faults_ = faults; }
 
 private:
     struct ApiTable;
@@ -258,6 +262,7 @@ private:
     StallHandler stallHandler_;
     double timeLimit_ = 0.0;
     HostPump* pump_ = nullptr;
+    FaultInjector* faults_ = nullptr;
 };
 
 }  // namespace Orvan::Host

@@ -3,6 +3,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -27,11 +28,15 @@ void Usage(std::FILE* out) {
                  "\n"
                  "usage:\n"
                  "  qel-host demo [--scenario NAME] [--speed FACTOR|max] [--seed N] [--json]\n"
-                 "                [-q|-v|-vv] [--malformed SHARE] [--memory] [PLUGIN OPTIONS]\n"
+                 "                [-q|-v|-vv] [--malformed SHARE] [--faults SPEC] [--memory]\n"
+                 "                [PLUGIN OPTIONS]\n"
                  "      plays a scenario through the plugin and prints its timeline; exits 0\n"
-                 "      only when the scenario reached its expected end\n"
+                 "      only when the scenario reached its expected end (with --malformed\n"
+                 "      or --faults: when host and plugin survived, and with --faults the\n"
+                 "      published lobby, search and session agree with the plugin)\n"
                  "  qel-host serve [--port N] [--scenario NAME] [--speed FACTOR] [--seed N]\n"
-                 "                 [--allow-origin ORIGIN]... [-q|-v|-vv] [PLUGIN OPTIONS]\n"
+                 "                 [--allow-origin ORIGIN]... [--faults SPEC] [-q|-v|-vv]\n"
+                 "                 [PLUGIN OPTIONS]\n"
                  "      serves the plugin's REST API and its events on 127.0.0.1 while the\n"
                  "      scenario's world runs; you are the local player. Prints one line,\n"
                  "      serving http://127.0.0.1:PORT/?token=TOKEN, and runs until SIGINT\n"
@@ -58,6 +63,9 @@ void Usage(std::FILE* out) {
                  "  --json          one JSON object per timeline line\n"
                  "  -q, -v, -vv     less detail; the plugin's calls and warnings; everything\n"
                  "  --malformed S   share (0..1) of service answers damaged on purpose\n"
+                 "  --faults SPEC   the host misbehaves on purpose, KIND=SHARE[,...] with\n"
+                 "                  kinds request-fail, stream-fail, duplicate-event,\n"
+                 "                  late-event, late-delay (also for serve)\n"
                  "  --memory        the plugin's memory statistics at the end\n"
                  "\n"
                  "serve options:\n"
@@ -141,6 +149,10 @@ Arguments Parse(int argc, char** argv) {
                 args.error = "--malformed needs a share between 0 and 1";
             }
             args.demo.malformedShare = share;
+        } else if (arg == "--faults") {
+            if (std::optional<FaultSpec> faults = ParseFaultSpec(value(), args.error)) {
+                args.demo.faults = *faults;
+            }
         } else if (arg == "--memory") {
             args.demo.memory = true;
         } else if (arg == "--plugin") {
@@ -315,6 +327,7 @@ int main(int argc, char** argv) {
         serve.seed = args.demo.seed;
         serve.plugin = args.demo.plugin;
         serve.detail = args.demo.detail;
+        serve.faults = args.demo.faults;
         if (args.speedGiven) {
             if (args.demo.speed <= 0.0) {
                 std::fprintf(stderr,
