@@ -75,19 +75,31 @@ std::string Megabytes(uint64_t bytes) {
 class Demo {
 public:
     Demo(const DemoOptions& options, const ScenarioDefinition& scenario, PluginLibrary& library)
+        : Demo(options, scenario, library, std::make_unique<HostClock>(options.speed), nullptr, 0) {
+    }
+    // A run in a host that outlives it, with the plugin already started.
+    Demo(const DemoOptions& options, const ScenarioDefinition& scenario, PluginLibrary& library,
+         HostRuntime& runtime, uint32_t plugin)
+        : Demo(options, scenario, library, nullptr, &runtime, plugin) {}
+
+    DemoResult Run();
+
+private:
+    Demo(const DemoOptions& options, const ScenarioDefinition& scenario, PluginLibrary& library,
+         std::unique_ptr<HostClock> ownClock, HostRuntime* runtime, uint32_t plugin)
         : options_(options),
           scenario_(scenario),
           library_(library),
-          clock_(options.speed),
-          runtime_(clock_),
+          ownClock_(std::move(ownClock)),
+          ownRuntime_(runtime == nullptr ? std::make_unique<HostRuntime>(*ownClock_) : nullptr),
+          clock_(runtime == nullptr ? *ownClock_ : runtime->Clock()),
+          runtime_(runtime == nullptr ? *ownRuntime_ : *runtime),
+          givenPlugin_(plugin),
           timeline_(options.out, options.json, options.detail, [this] { return Now(); }),
           state_([this] { return Now(); }),
           standIns_(runtime_, StandInOptions{}),
           services_(standIns_, scenario, SimOptionsFor(options)) {}
 
-    DemoResult Run();
-
-private:
     static Simulation::SimOptions SimOptionsFor(const DemoOptions& options) {
         Simulation::SimOptions sim;
         sim.seed = options.seed;
@@ -131,8 +143,11 @@ private:
     const DemoOptions& options_;
     const ScenarioDefinition& scenario_;
     PluginLibrary& library_;
-    HostClock clock_;
-    HostRuntime runtime_;
+    std::unique_ptr<HostClock> ownClock_;
+    std::unique_ptr<HostRuntime> ownRuntime_;
+    HostClock& clock_;
+    HostRuntime& runtime_;
+    uint32_t givenPlugin_ = 0;
     Timeline timeline_;
     PublishedState state_;
     StandIns standIns_;
@@ -810,6 +825,9 @@ DemoResult Demo::Run() {
     standIns_.SetNarrator(
         [this](std::string_view who, const std::string& what) { timeline_.Note(who, what); });
     standIns_.Install();
+    if (options_.afterInstall) {
+        options_.afterInstall();
+    }
 
     std::vector<const EndpointRecord*> endpoints = library_.Endpoints();
     timeline_.Text(
@@ -847,14 +865,14 @@ DemoResult Demo::Run() {
     }
     timeline_.Text("");
 
-    plugin_ = runtime_.Attach(library_);
+    plugin_ = givenPlugin_ != 0 ? givenPlugin_ : runtime_.Attach(library_);
     runtime_.SetTimeLimit(Now() + 1800.0);
     runtime_.SetStallHandler([this](const std::string& why) {
         timeline_.Outcome(false, "the run stalled: " + why);
         std::fflush(options_.out);
         std::_Exit(1);
     });
-    if (!runtime_.Start(plugin_)) {
+    if (givenPlugin_ == 0 && !runtime_.Start(plugin_)) {
         result.outcome = "the plugin refused to start";
         timeline_.Outcome(false, result.outcome);
         return result;
@@ -961,7 +979,11 @@ DemoResult Demo::Run() {
     }
     Summary();
     timeline_.Outcome(result.success, result.outcome);
-    runtime_.Destroy(plugin_);
+    if (givenPlugin_ == 0) {
+        runtime_.Destroy(plugin_);
+    } else {
+        runtime_.SetStallHandler(nullptr);
+    }
     runtime_.RemoveObserver(&timeline_);
     runtime_.RemoveObserver(&state_);
     result.exitCode = result.success ? 0 : 1;
@@ -996,6 +1018,19 @@ DemoResult RunDemo(const DemoOptions& options) {
     static std::vector<std::unique_ptr<PluginLibrary>> libraries;
     libraries.push_back(std::move(library));
     auto demo = std::make_unique<Demo>(options, *scenario, *libraries.back());
+    return demo->Run();
+}
+
+DemoResult RunDemoIn(const DemoOptions& options, HostRuntime& runtime, PluginLibrary& library,
+                     uint32_t plugin) {
+    const ScenarioDefinition* scenario = Simulation::FindScenario(options.scenario);
+    if (scenario == nullptr) {
+        DemoResult result;
+        result.outcome = "unknown scenario \"" + options.scenario + "\"";
+        result.exitCode = 2;
+        return result;
+    }
+    auto demo = std::make_unique<Demo>(options, *scenario, library, runtime, plugin);
     return demo->Run();
 }
 

@@ -18,6 +18,7 @@
 
 #include <cstdint>
 #include <cstdio>
+#include <functional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -39,6 +40,8 @@ struct DemoOptions {
     // survive and the plugin's published state agrees with what it holds.
     FaultSpec faults;
     bool memory = false;
+    // Called once the stand-ins are installed, before anything happens.
+    std::function<void()> afterInstall;
     PluginLoadOptions plugin;
     std::FILE* out = stdout;
 };
@@ -61,6 +64,14 @@ struct DemoResult {
 };
 
 DemoResult RunDemo(const DemoOptions& options);
+
+class HostRuntime;
+// One run in a host that outlives it (the soak): the plugin is attached and
+// started already and stays so; the run's world (stand-ins, services) is
+// left installed for the caller to clear. `options.speed` and
+// `options.plugin` are the host's, not the run's.
+DemoResult RunDemoIn(const DemoOptions& options, HostRuntime& runtime, PluginLibrary& library,
+                     uint32_t plugin);
 
 // The plugin built beside the host (set when the program is built).
 std::string DefaultPluginPath();

@@ -126,6 +126,19 @@ void HostRuntime::Destroy(uint32_t plugin) {
     slot->endpoints.clear();
 }
 
+void HostRuntime::ClearWorld() {
+    routes_.clear();
+    resources_.clear();
+    queue_.clear();
+    for (auto it = delayed_.begin(); it != delayed_.end();) {
+        it = it->second.plugin == 0 ? delayed_.erase(it) : std::next(it);
+    }
+    registrations_.erase(std::remove_if(registrations_.begin(), registrations_.end(),
+                                        [](const Registration& r) { return r.plugin == 0; }),
+                         registrations_.end());
+    faults_ = nullptr;
+}
+
 std::optional<MemoryStatistics> HostRuntime::Memory(uint32_t plugin) const {
     const PluginSlot* slot = Find(plugin);
     if (slot == nullptr || slot->destroyed) {

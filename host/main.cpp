@@ -13,6 +13,7 @@
 #include "host/OpenApi.h"
 #include "host/PluginLibrary.h"
 #include "host/Serve.h"
+#include "host/Soak.h"
 #include "host/StandIns.h"
 #include "host/Timeline.h"
 #include "sim/Scenario.h"
@@ -41,6 +42,12 @@ void Usage(std::FILE* out) {
                  "      scenario's world runs; you are the local player. Prints one line,\n"
                  "      serving http://127.0.0.1:PORT/?token=TOKEN, and runs until SIGINT\n"
                  "      or SIGTERM\n"
+                 "  qel-host soak [--drafts N] [--warmup N] [--seed N] [--malformed SHARE]\n"
+                 "                [--faults SPEC] [--show-draft N] [PLUGIN OPTIONS]\n"
+                 "      plays N drafts (default 1000) of mixed scenarios and seeds at full\n"
+                 "      speed against one plugin, a new world for each; exits 0 when every\n"
+                 "      draft passed and the plugin's live bytes after each draft from the\n"
+                 "      warm-up on (default 10) are those after the warm-up\n"
                  "  qel-host openapi [PLUGIN OPTIONS]\n"
                  "      prints the plugin's API as an OpenAPI 3.1 document\n"
                  "  qel-host scenarios          lists the scenarios\n"
@@ -83,6 +90,7 @@ struct Arguments {
     std::vector<std::string> positional;
     DemoOptions demo;
     ServeOptions serve;
+    SoakOptions soak;
     bool speedGiven = false;
     std::string contentType = "application/json";
     std::string error;
@@ -186,6 +194,16 @@ Arguments Parse(int argc, char** argv) {
                 args.error = "--idle-timeout needs a positive number of seconds";
             }
             args.serve.limits.idleSeconds = seconds;
+        } else if (arg == "--show-draft") {
+            args.soak.showDraft = std::strtoull(value().c_str(), nullptr, 10);
+        } else if (arg == "--drafts" || arg == "--warmup") {
+            const std::string text = value();
+            char* end = nullptr;
+            const unsigned long long count = std::strtoull(text.c_str(), &end, 10);
+            if (end == text.c_str() || *end != '\0' || count == 0) {
+                args.error = arg + " needs a positive whole number";
+            }
+            (arg == "--drafts" ? args.soak.drafts : args.soak.warmup) = count;
         } else if (arg == "--content-type") {
             args.contentType = value();
         } else if (arg == "-h" || arg == "--help") {
@@ -338,6 +356,14 @@ int main(int argc, char** argv) {
             serve.speed = args.demo.speed;
         }
         return RunServe(serve);
+    }
+    if (command == "soak") {
+        SoakOptions& soak = args.soak;
+        soak.seed = args.demo.seed;
+        soak.malformedShare = args.demo.malformedShare;
+        soak.faults = args.demo.faults;
+        soak.plugin = args.demo.plugin;
+        return RunSoak(soak).exitCode;
     }
     if (command == "openapi") {
         return PrintOpenApi(args.demo.plugin, stdout);
