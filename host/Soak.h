@@ -8,12 +8,13 @@
 //
 // The soak passes when every draft passed (with --malformed or --faults:
 // survived, as the demo judges it), the module's live bytes do not grow and
-// the process's resident memory stays flat. What the plugin keeps between
+// the process's resident memory stays flat. What the plugin holds between
 // drafts varies with the last draft (its last session, search and premade
-// state are kept by design), and every lobby the player quits is kept for
-// good; so the live bytes after the drafts of the second half of the run
-// must stay below the most the first half (after a warm-up) reached, plus
-// what the lobbies quit in the second half may keep.
+// state are kept by design; answers may wait for a caller), and every lobby
+// the player quits is kept for good; so it is the floor that must not rise:
+// the least live bytes after a draft of the last quarter of the run are no
+// more than the least of the second quarter, plus what the lobbies quit in
+// between may keep.
 //
 // Ownership: a run owns everything it creates. Threads: the calling thread.
 #pragma once
@@ -68,12 +69,14 @@ struct SoakResult {
     size_t reachedEnd = 0;
     uint64_t faults = 0;
     // Drafts in which the player quit a lobby (the plugin keeps every lobby
-    // it quit, to drop that lobby's late DTOs), in all and in the second half.
+    // it quit, to drop that lobby's late DTOs), in all and after the second
+    // quarter of the drafts after the warm-up.
     size_t quitDrafts = 0;
     size_t quitDraftsLater = 0;
-    // Live bytes after the drafts from the warm-up to half the run, and after.
-    Range firstHalf;
-    Range secondHalf;
+    // Live bytes after the drafts of the second and of the last quarter of
+    // the drafts after the warm-up.
+    Range earlier;
+    Range later;
     double seconds = 0.0;
 };
 
