@@ -44,6 +44,10 @@ constexpr const char* kChamp = "/qel-lobby-team-builder/champ-select/v1";
 
 enum class Poll { Pending, Done, Failed };
 
+// Simulated seconds after the faults stop for late events and late delayed
+// calls to land.
+constexpr double kFaultsSettleSeconds = 5.0;
+
 // No endpoint at all, an endpoint that does not match, or one the plugin
 // registered before writing its handler.
 bool Unimplemented(const RestReply& reply) {
@@ -72,19 +76,31 @@ std::string Megabytes(uint64_t bytes) {
 class Demo {
 public:
     Demo(const DemoOptions& options, const ScenarioDefinition& scenario, PluginLibrary& library)
+        : Demo(options, scenario, library, std::make_unique<HostClock>(options.speed), nullptr, 0) {
+    }
+    // A run in a host that outlives it, with the plugin already started.
+    Demo(const DemoOptions& options, const ScenarioDefinition& scenario, PluginLibrary& library,
+         HostRuntime& runtime, uint32_t plugin)
+        : Demo(options, scenario, library, nullptr, &runtime, plugin) {}
+
+    DemoResult Run();
+
+private:
+    Demo(const DemoOptions& options, const ScenarioDefinition& scenario, PluginLibrary& library,
+         std::unique_ptr<HostClock> ownClock, HostRuntime* runtime, uint32_t plugin)
         : options_(options),
           scenario_(scenario),
           library_(library),
-          clock_(options.speed),
-          runtime_(clock_),
+          ownClock_(std::move(ownClock)),
+          ownRuntime_(runtime == nullptr ? std::make_unique<HostRuntime>(*ownClock_) : nullptr),
+          clock_(runtime == nullptr ? *ownClock_ : runtime->Clock()),
+          runtime_(runtime == nullptr ? *ownRuntime_ : *runtime),
+          givenPlugin_(plugin),
           timeline_(options.out, options.json, options.detail, [this] { return Now(); }),
           state_([this] { return Now(); }),
           standIns_(runtime_, StandInOptions{}),
           services_(standIns_, scenario, SimOptionsFor(options)) {}
 
-    DemoResult Run();
-
-private:
     static Simulation::SimOptions SimOptionsFor(const DemoOptions& options) {
         Simulation::SimOptions sim;
         sim.seed = options.seed;
@@ -128,12 +144,16 @@ private:
     const DemoOptions& options_;
     const ScenarioDefinition& scenario_;
     PluginLibrary& library_;
-    HostClock clock_;
-    HostRuntime runtime_;
+    std::unique_ptr<HostClock> ownClock_;
+    std::unique_ptr<HostRuntime> ownRuntime_;
+    HostClock& clock_;
+    HostRuntime& runtime_;
+    uint32_t givenPlugin_ = 0;
     Timeline timeline_;
     PublishedState state_;
     StandIns standIns_;
     Simulation::ServiceSimulator services_;
+    std::unique_ptr<FaultInjector> faults_;
     uint32_t plugin_ = 0;
     std::string failure_;
     std::string missing_;
@@ -806,6 +826,9 @@ DemoResult Demo::Run() {
     standIns_.SetNarrator(
         [this](std::string_view who, const std::string& what) { timeline_.Note(who, what); });
     standIns_.Install();
+    if (options_.afterInstall) {
+        options_.afterInstall();
+    }
 
     std::vector<const EndpointRecord*> endpoints = library_.Endpoints();
     timeline_.Text(
@@ -836,9 +859,14 @@ DemoResult Demo::Run() {
             "% of the service's answers are damaged on purpose; the run passes when "
             "host and plugin survive");
     }
+    if (options_.faults.Any()) {
+        timeline_.Text("  faults    " + options_.faults.Text() +
+                       "; the run passes when host and plugin survive and what the plugin "
+                       "publishes agrees with what it holds");
+    }
     timeline_.Text("");
 
-    plugin_ = runtime_.Attach(library_);
+    plugin_ = givenPlugin_ != 0 ? givenPlugin_ : runtime_.Attach(library_);
     if (options_.recorder != nullptr) {
         options_.recorder->Attach(runtime_, library_, plugin_);
     }
@@ -854,7 +882,7 @@ DemoResult Demo::Run() {
         }
         std::_Exit(1);
     });
-    if (!runtime_.Start(plugin_)) {
+    if (givenPlugin_ == 0 && !runtime_.Start(plugin_)) {
         result.outcome = "the plugin refused to start";
         timeline_.Outcome(false, result.outcome);
         return result;
@@ -863,6 +891,10 @@ DemoResult Demo::Run() {
     timeline_.Note(
         "host", "started the plugin; it follows " + Plural(subscriptions.size(), "event", "events"),
         1);
+    if (options_.faults.Any()) {
+        faults_ = std::make_unique<FaultInjector>(options_.faults, options_.seed);
+        runtime_.SetFaults(faults_.get());
+    }
     runtime_.After(0.5, "sign-in", [this] { standIns_.SignIn(); });
     services_.Start();
 
@@ -889,7 +921,12 @@ DemoResult Demo::Run() {
         }
         break;
     }
-    // Let the last events settle before judging.
+    // Let the last events settle before judging; late ones too.
+    if (faults_ != nullptr) {
+        runtime_.SetFaults(nullptr);
+        result.faults = faults_->Total();
+        runtime_.RunFor(kFaultsSettleSeconds);
+    }
     runtime_.RunFor(1.0);
     result.simulatedSeconds = Now();
     result.malformed = services_.Statistics().malformed;
@@ -897,21 +934,40 @@ DemoResult Demo::Run() {
     result.resourceEvents = state_.Events().size();
 
     timeline_.Phase("Outcome");
-    if (options_.malformedShare > 0.0) {
+    if (options_.malformedShare > 0.0 || faults_ != nullptr) {
         RestRequest probe;
         probe.method = kHostMethodGet;
         probe.uri = std::string(kBase) + "/v1/matchmaking";
         RestReply reply = runtime_.Route(probe);
         timeline_.Rest("host", probe, reply);
-        result.success = reply.Ok();
-        result.outcome =
-            result.success ? "host and plugin survived " +
-                                 Plural(result.malformed, "malformed answer", "malformed answers") +
-                                 " and the plugin still answers" +
-                                 (completed ? "; the scenario even reached its end"
-                                            : "; the scenario stopped: " + failure_)
-                           : "the plugin no longer answers after " +
-                                 Plural(result.malformed, "malformed answer", "malformed answers");
+        std::string damage;
+        if (options_.malformedShare > 0.0) {
+            damage = Plural(result.malformed, "malformed answer", "malformed answers");
+        }
+        if (faults_ != nullptr) {
+            damage += (damage.empty() ? "" : " and ") +
+                      Plural(result.faults, "injected fault", "injected faults") + " (" +
+                      faults_->Summary() + ")";
+            result.disagreements = CheckPublishedState(runtime_, state_);
+            for (const std::string& disagreement : result.disagreements) {
+                timeline_.Text("  [ ] " + disagreement);
+            }
+        }
+        result.success = reply.Ok() && result.disagreements.empty();
+        if (!reply.Ok()) {
+            result.outcome = "the plugin no longer answers after " + damage;
+        } else if (!result.disagreements.empty()) {
+            result.outcome = "after " + damage + ", what the plugin published contradicts what " +
+                             "it holds (" + result.disagreements.front() + ")";
+        } else {
+            result.outcome =
+                "host and plugin survived " + damage + " and the plugin still answers" +
+                std::string(faults_ != nullptr ? "; its lobby, search and session agree with the "
+                                                 "DTO it holds"
+                                               : "") +
+                (completed ? "; the scenario even reached its end"
+                           : "; the scenario stopped: " + failure_);
+        }
     } else {
         Milestones(result);
         bool all = completed;
@@ -933,7 +989,11 @@ DemoResult Demo::Run() {
     }
     Summary();
     timeline_.Outcome(result.success, result.outcome);
-    runtime_.Destroy(plugin_);
+    if (givenPlugin_ == 0) {
+        runtime_.Destroy(plugin_);
+    } else {
+        runtime_.SetStallHandler(nullptr);
+    }
     runtime_.RemoveObserver(&timeline_);
     runtime_.RemoveObserver(&state_);
     result.exitCode = result.success ? 0 : 1;
@@ -968,6 +1028,19 @@ DemoResult RunDemo(const DemoOptions& options) {
     static std::vector<std::unique_ptr<PluginLibrary>> libraries;
     libraries.push_back(std::move(library));
     auto demo = std::make_unique<Demo>(options, *scenario, *libraries.back());
+    return demo->Run();
+}
+
+DemoResult RunDemoIn(const DemoOptions& options, HostRuntime& runtime, PluginLibrary& library,
+                     uint32_t plugin) {
+    const ScenarioDefinition* scenario = Simulation::FindScenario(options.scenario);
+    if (scenario == nullptr) {
+        DemoResult result;
+        result.outcome = "unknown scenario \"" + options.scenario + "\"";
+        result.exitCode = 2;
+        return result;
+    }
+    auto demo = std::make_unique<Demo>(options, *scenario, library, runtime, plugin);
     return demo->Run();
 }
 

@@ -8,18 +8,22 @@
 //
 // When the plugin lacks an endpoint a step needs, the run stops there and
 // says which operation the plugin could not perform. With a malformed share,
-// the service damages some of its answers; the run then counts as a success
-// when host and plugin survive it and the plugin still answers.
+// the service damages some of its answers; with faults, the host misbehaves.
+// The run then counts as a success when host and plugin survive it, the
+// plugin still answers and (with faults) what it published agrees with what
+// it holds.
 //
 // Ownership: a run owns everything it creates. Threads: the calling thread.
 #pragma once
 
 #include <cstdint>
 #include <cstdio>
+#include <functional>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "host/Faults.h"
 #include "host/PluginLibrary.h"
 
 namespace Orvan::Host {
@@ -34,7 +38,12 @@ struct DemoOptions {
     bool json = false;
     int detail = 1;
     double malformedShare = 0.0;
+    // The host's own misbehaviour; the run then passes when host and plugin
+    // survive and the plugin's published state agrees with what it holds.
+    FaultSpec faults;
     bool memory = false;
+    // Called once the stand-ins are installed, before anything happens.
+    std::function<void()> afterInstall;
     PluginLoadOptions plugin;
     std::FILE* out = stdout;
     // Writes the session down (`--record`); the caller's, opened.
@@ -52,10 +61,21 @@ struct DemoResult {
     std::string missingEndpoint;
     size_t resourceEvents = 0;
     uint32_t malformed = 0;
+    uint64_t faults = 0;
+    // Where the published lobby, search or session contradicted the plugin.
+    std::vector<std::string> disagreements;
     double simulatedSeconds = 0.0;
 };
 
 DemoResult RunDemo(const DemoOptions& options);
+
+class HostRuntime;
+// One run in a host that outlives it (the soak): the plugin is attached and
+// started already and stays so; the run's world (stand-ins, services) is
+// left installed for the caller to clear. `options.speed` and
+// `options.plugin` are the host's, not the run's.
+DemoResult RunDemoIn(const DemoOptions& options, HostRuntime& runtime, PluginLibrary& library,
+                     uint32_t plugin);
 
 // The plugin built beside the host (set when the program is built).
 std::string DefaultPluginPath();

@@ -7,6 +7,7 @@
 #include <cstring>
 #include <limits>
 
+#include "host/Faults.h"
 #include "host/HostJson.h"
 
 namespace Orvan::Host {
@@ -136,6 +137,19 @@ void HostRuntime::Destroy(uint32_t plugin) {
         it = it->second.plugin == plugin ? delayed_.erase(it) : std::next(it);
     }
     slot->endpoints.clear();
+}
+
+void HostRuntime::ClearWorld() {
+    routes_.clear();
+    resources_.clear();
+    queue_.clear();
+    for (auto it = delayed_.begin(); it != delayed_.end();) {
+        it = it->second.plugin == 0 ? delayed_.erase(it) : std::next(it);
+    }
+    registrations_.erase(std::remove_if(registrations_.begin(), registrations_.end(),
+                                        [](const Registration& r) { return r.plugin == 0; }),
+                         registrations_.end());
+    faults_ = nullptr;
 }
 
 std::optional<MemoryStatistics> HostRuntime::Memory(uint32_t plugin) const {
@@ -351,6 +365,19 @@ std::string HostRuntime::ResourceEventKey(std::string_view uri) {
 }
 
 void HostRuntime::Emit(std::string name, std::string json, uint32_t target) {
+    if (faults_ != nullptr) {
+        const EventFault fault = faults_->OnEvent(name);
+        if (fault.duplicate) {
+            queue_.push_back(QueuedEvent{name, json, target});
+        }
+        if (fault.lateBy > 0.0) {
+            After(fault.lateBy, "a late event",
+                  [this, event = QueuedEvent{std::move(name), std::move(json), target}] {
+                      queue_.push_back(event);
+                  });
+            return;
+        }
+    }
     queue_.push_back(QueuedEvent{std::move(name), std::move(json), target});
 }
 
@@ -711,6 +738,12 @@ void QEL_HOST_CALL HostRuntime::RequestEntry(HostApi* api, HostResponse* reply,
     if (host.input_ != nullptr) {
         host.input_->OnRequestBegins(slot.handle, request);
     }
+    if (readable && host.faults_ != nullptr) {
+        if (std::optional<RestReply> failed = host.faults_->FailRequest(request)) {
+            answer = std::move(*failed);
+            readable = false;
+        }
+    }
     if (readable) {
         answer = host.Route(request);
     }
@@ -732,6 +765,9 @@ void QEL_HOST_CALL HostRuntime::RequestEntry(HostApi* api, HostResponse* reply,
         }
     }
     reply->release = &HostRuntime::ReleaseReply;
+    if (host.faults_ != nullptr) {
+        host.faults_->BreakStream(answer, *reply);
+    }
 }
 
 void QEL_HOST_CALL HostRuntime::ReleaseReply(HostResponse* reply) {
@@ -766,7 +802,9 @@ void QEL_HOST_CALL HostRuntime::EmitEventEntry(HostApi* api, HostEvent* event) {
     for (HostObserver* observer : host.observers_) {
         observer->OnPluginEvent(slot.handle, name, json);
     }
-    host.Emit(name, std::move(json));
+    // The faults are the host's delivery to the plugin; what the plugin
+    // publishes reaches the host's own subscribers as it was sent.
+    host.queue_.push_back(QueuedEvent{name, std::move(json), 0});
 }
 
 void QEL_HOST_CALL HostRuntime::RegisterEventEntry(HostApi* api, const char* name,
@@ -833,6 +871,9 @@ void QEL_HOST_CALL HostRuntime::ScheduleCallEntry(HostApi* api, const char* labe
     if (callback == nullptr) {
         return;
     }
+    if (host.faults_ != nullptr) {
+        delaySeconds += host.faults_->LateBy();
+    }
     host.delayed_.emplace(std::make_pair(host.Now() + delaySeconds, host.nextTask_++),
                           Task{text, slot.handle, [callback, context] { callback(context); }});
     if (host.input_ != nullptr) {
@@ -867,7 +908,10 @@ void QEL_HOST_CALL HostRuntime::ServeOnceEntry(HostApi* api) {
                    ") past the run's time limit");
         return;
     }
-    if (!host.Idle(std::numeric_limits<double>::infinity())) {
+    // A yield asks for a turn, not for anything to arrive: a world with
+    // nothing left to do is no stall for it.
+    const bool yielding = !slot.waits.empty() && slot.waits.back().first == "Wait: yield";
+    if (!host.Idle(std::numeric_limits<double>::infinity()) && !yielding) {
         host.Stall("the plugin " + slot.library->ShortName() + " waits (" + waiting +
                    ") for something that can never come: nothing is queued or scheduled");
     }

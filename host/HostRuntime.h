@@ -49,6 +49,8 @@
 
 namespace Orvan::Host {
 
+class FaultInjector;
+
 // What the host sees happen; the timeline and tests implement it.
 class HostObserver {
 public:
@@ -228,6 +230,13 @@ public:
     void SetStallHandler(StallHandler handler) { stallHandler_ = std::move(handler); }
     // Waits of plugins past this clock reading are stalls.
     void SetTimeLimit(double seconds) { timeLimit_ = seconds; }
+    // Clears the world around the plugins (stand-in routes and resources,
+    // queued events, the host's own delayed work and subscribers) and keeps
+    // the plugins, their registrations and their delayed calls, so that a
+    // new world can be installed around the same plugins.
+    void ClearWorld();
+    // Misbehaves on purpose from now on (host/Faults.h); null behaves again.
+    void SetFaults(FaultInjector* faults) { faults_ = faults; }
 
 private:
     struct ApiTable;
@@ -299,6 +308,7 @@ private:
     double timeLimit_ = 0.0;
     HostPump* pump_ = nullptr;
     HostInputObserver* input_ = nullptr;
+    FaultInjector* faults_ = nullptr;
 };
 
 }  // namespace Orvan::Host

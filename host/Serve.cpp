@@ -100,6 +100,11 @@ int RunServe(const ServeOptions& options) {
         std::fprintf(options.log, "qel-host: the plugin refused to start\n");
         return 1;
     }
+    std::unique_ptr<FaultInjector> faults;
+    if (options.faults.Any()) {
+        faults = std::make_unique<FaultInjector>(options.faults, options.seed);
+        runtime.SetFaults(faults.get());
+    }
     standIns.SignIn();
     services.Start();
 
@@ -161,6 +166,7 @@ int RunServe(const ServeOptions& options) {
             runtime.Pause(0.05);
         }
     }
+    runtime.SetFaults(nullptr);
     runtime.Destroy(plugin);
     runtime.RemoveObserver(&timeline);
     if (options.observer != nullptr) {

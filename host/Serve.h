@@ -16,6 +16,7 @@
 #include <string>
 #include <vector>
 
+#include "host/Faults.h"
 #include "host/HttpServer.h"
 #include "host/PluginLibrary.h"
 
@@ -32,6 +33,8 @@ struct ServeOptions {
     // The host's timeline on standard error; 0 keeps it quiet.
     int detail = 1;
     PluginLoadOptions plugin;
+    // The host's own misbehaviour towards the plugin (host/Faults.h).
+    FaultSpec faults;
     HttpLimits limits;
     // A fixed token instead of a random one (tests).
     std::string token;

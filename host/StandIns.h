@@ -125,7 +125,6 @@ private:
     bool signedIn_ = false;
     bool connected_ = false;
     bool gameClientRunning_ = false;
-    uint64_t nextUuid_ = 1;
     std::map<std::string, std::set<uint32_t>> asyncHandlers_;  // service.method -> plugins
     std::vector<ProxiedCall> calls_;
     std::vector<std::string> gameflowEvents_;

@@ -3,6 +3,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -14,6 +15,7 @@
 #include "host/Replay.h"
 #include "host/Serve.h"
 #include "host/SessionRecord.h"
+#include "host/Soak.h"
 #include "host/StandIns.h"
 #include "host/Timeline.h"
 #include "sim/Scenario.h"
@@ -29,13 +31,15 @@ void Usage(std::FILE* out) {
                  "\n"
                  "usage:\n"
                  "  qel-host demo [--scenario NAME] [--speed FACTOR|max] [--seed N] [--json]\n"
-                 "                [-q|-v|-vv] [--malformed SHARE] [--memory] [--record FILE]\n"
-                 "                [PLUGIN OPTIONS]\n"
+                 "                [-q|-v|-vv] [--malformed SHARE] [--faults SPEC] [--memory]\n"
+                 "                [--record FILE] [PLUGIN OPTIONS]\n"
                  "      plays a scenario through the plugin and prints its timeline; exits 0\n"
-                 "      only when the scenario reached its expected end\n"
+                 "      only when the scenario reached its expected end (with --malformed\n"
+                 "      or --faults: when host and plugin survived, and with --faults the\n"
+                 "      published lobby, search and session agree with the plugin)\n"
                  "  qel-host serve [--port N] [--scenario NAME] [--speed FACTOR] [--seed N]\n"
-                 "                 [--allow-origin ORIGIN]... [-q|-v|-vv] [--record FILE]\n"
-                 "                 [PLUGIN OPTIONS]\n"
+                 "                 [--allow-origin ORIGIN]... [--faults SPEC] [-q|-v|-vv]\n"
+                 "                 [--record FILE] [PLUGIN OPTIONS]\n"
                  "      serves the plugin's REST API and its events on 127.0.0.1 while the\n"
                  "      scenario's world runs; you are the local player. Prints one line,\n"
                  "      serving http://127.0.0.1:PORT/?token=TOKEN, and runs until SIGINT\n"
@@ -46,6 +50,12 @@ void Usage(std::FILE* out) {
                  "      1 at a divergence (the first, or all with --keep-going), 2 when the\n"
                  "      file is not a usable session. The plugin is offered the core version\n"
                  "      of the recording unless --core-version says otherwise\n"
+                 "  qel-host soak [--drafts N] [--warmup N] [--seed N] [--malformed SHARE]\n"
+                 "                [--faults SPEC] [--show-draft N] [PLUGIN OPTIONS]\n"
+                 "      plays N drafts (default 1000) of mixed scenarios and seeds at full\n"
+                 "      speed against one plugin, a new world for each; exits 0 when every\n"
+                 "      draft passed and the plugin's live bytes and the resident memory\n"
+                 "      stayed flat after the warm-up (default 10 drafts)\n"
                  "  qel-host openapi [PLUGIN OPTIONS]\n"
                  "      prints the plugin's API as an OpenAPI 3.1 document\n"
                  "  qel-host scenarios          lists the scenarios\n"
@@ -68,6 +78,9 @@ void Usage(std::FILE* out) {
                  "  --json          one JSON object per timeline line\n"
                  "  -q, -v, -vv     less detail; the plugin's calls and warnings; everything\n"
                  "  --malformed S   share (0..1) of service answers damaged on purpose\n"
+                 "  --faults SPEC   the host misbehaves on purpose, KIND=SHARE[,...] with\n"
+                 "                  kinds request-fail, stream-fail, duplicate-event,\n"
+                 "                  late-event, late-delay (also for serve)\n"
                  "  --memory        the plugin's memory statistics at the end\n"
                  "  --record FILE   writes the session (everything between host and plugin,\n"
                  "                  JSON Lines) for qel-host replay; also for serve\n"
@@ -87,6 +100,7 @@ struct Arguments {
     std::vector<std::string> positional;
     DemoOptions demo;
     ServeOptions serve;
+    SoakOptions soak;
     bool speedGiven = false;
     std::string record;
     bool keepGoing = false;
@@ -160,6 +174,10 @@ Arguments Parse(int argc, char** argv) {
             args.record = value();
         } else if (arg == "--keep-going") {
             args.keepGoing = true;
+        } else if (arg == "--faults") {
+            if (std::optional<FaultSpec> faults = ParseFaultSpec(value(), args.error)) {
+                args.demo.faults = *faults;
+            }
         } else if (arg == "--memory") {
             args.demo.memory = true;
         } else if (arg == "--plugin") {
@@ -194,6 +212,16 @@ Arguments Parse(int argc, char** argv) {
                 args.error = "--idle-timeout needs a positive number of seconds";
             }
             args.serve.limits.idleSeconds = seconds;
+        } else if (arg == "--show-draft") {
+            args.soak.showDraft = std::strtoull(value().c_str(), nullptr, 10);
+        } else if (arg == "--drafts" || arg == "--warmup") {
+            const std::string text = value();
+            char* end = nullptr;
+            const unsigned long long count = std::strtoull(text.c_str(), &end, 10);
+            if (end == text.c_str() || *end != '\0' || count == 0) {
+                args.error = arg + " needs a positive whole number";
+            }
+            (arg == "--drafts" ? args.soak.drafts : args.soak.warmup) = count;
         } else if (arg == "--content-type") {
             args.contentType = value();
         } else if (arg == "-h" || arg == "--help") {
@@ -394,6 +422,7 @@ int main(int argc, char** argv) {
         serve.seed = args.demo.seed;
         serve.plugin = args.demo.plugin;
         serve.detail = args.demo.detail;
+        serve.faults = args.demo.faults;
         if (args.speedGiven) {
             if (args.demo.speed <= 0.0) {
                 std::fprintf(stderr,
@@ -411,6 +440,14 @@ int main(int argc, char** argv) {
         }
         serve.recorder = args.record.empty() ? nullptr : &recorder;
         return CloseRecorder(args, recorder, RunServe(serve));
+    }
+    if (command == "soak") {
+        SoakOptions& soak = args.soak;
+        soak.seed = args.demo.seed;
+        soak.malformedShare = args.demo.malformedShare;
+        soak.faults = args.demo.faults;
+        soak.plugin = args.demo.plugin;
+        return RunSoak(soak).exitCode;
     }
     if (command == "openapi") {
         return PrintOpenApi(args.demo.plugin, stdout);

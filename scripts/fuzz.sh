@@ -5,6 +5,13 @@
 # and the dictionary fuzz/corpus/<name>.dict when there is one. A crash, leak
 # or sanitizer report fails the script; the reproducer is left in
 # build/fuzz/artifacts/<name>/ (add it to the seeds and to a regression test).
+# Each run reports its executions, executions per second and coverage (edges
+# and features) at the end.
+#
+# QEL_FUZZ_KEEP=1 merges what a run found into fuzz/corpus/<name>/ (only the
+# inputs that add coverage), so the next run and the corpus replay of the
+# test build (fuzz_<name>_replay) start from there. The long form used once
+# per release: QEL_FUZZ_KEEP=1 scripts/fuzz.sh 600
 set -euo pipefail
 cd "$(dirname "$0")/.."
 seconds="${1:-60}"
@@ -44,7 +51,17 @@ for line in "${fuzzers[@]}"; do
     tail -n 40 "$build/$name.log"
     status=1
   else
-    grep -E '^(stat::number_of_executed_runs|stat::peak_rss_mb)' "$build/$name.log" || true
+    runs=$(sed -nE 's/^stat::number_of_executed_(runs|units): *//p' "$build/$name.log" | tail -n 1)
+    speed=$(sed -n 's/^stat::average_exec_per_sec: *//p' "$build/$name.log" | tail -n 1)
+    cov=$(grep -oE 'cov: [0-9]+ ft: [0-9]+' "$build/$name.log" | tail -n 1)
+    echo "fuzz: $name: ${runs:-?} runs, ${speed:-?} exec/s, ${cov:-no coverage line}"
+    if [ "${QEL_FUZZ_KEEP:-0}" = 1 ]; then
+      mkdir -p "fuzz/corpus/$name"
+      before=$(find "fuzz/corpus/$name" -type f | wc -l)
+      "$binary" -merge=1 "fuzz/corpus/$name" "$work" >"$build/$name.merge.log" 2>&1 || true
+      after=$(find "fuzz/corpus/$name" -type f | wc -l)
+      echo "fuzz: $name: kept $((after - before)) new inputs in fuzz/corpus/$name"
+    fi
   fi
 done
 exit $status

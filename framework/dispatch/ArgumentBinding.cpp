@@ -413,6 +413,7 @@ DispatchRequest DispatchRequest::FromHost(const HostRequest& request) {
         request.contentType != nullptr ? std::string_view(request.contentType) : std::string_view();
     if (request.body != nullptr) {
         view.body = std::span<const uint8_t>(request.body, request.bodyLength);
+        view.hasBody = true;
     }
     view.pluginHandle = request.pluginHandle;
     view.functionName = request.functionName != nullptr ? std::string_view(request.functionName)

@@ -47,13 +47,16 @@ struct DispatchRequest {
     std::span<const HostHeader> headers;
     std::string_view contentType;
     std::span<const uint8_t> body;
+    // A body the host handed over, even an empty one: an empty body is still
+    // decoded, and fails the way its content type fails on no bytes.
+    bool hasBody = false;
     uint32_t pluginHandle = 0;
     // The function name of a direct call.
     std::string_view functionName;
 
     static DispatchRequest FromHost(const HostRequest& request);
 
-    bool HasBody() const { return !body.empty(); }
+    bool HasBody() const { return hasBody; }
     // What routes are matched against: the function name of a direct call,
     // else the path of the URI.
     std::string_view Target() const;

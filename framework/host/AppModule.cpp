@@ -125,6 +125,7 @@ void AppModule::Stop() {
         completionCallbacks_.clear();
         asyncHandlers_.clear();
         unmatchedAnswers_.clear();
+        unmatchedUuids_.clear();
     }
     exactResourceHandlers_.clear();
     patternResourceHandlers_.clear();

@@ -20,6 +20,7 @@
 #include "framework/resources/ResourceEvents.h"
 #include "framework/serviceproxy/ServiceProxyClient.h"
 #include "teambuilder/champselect/ChampSelectResources.h"
+#include "teambuilder/champselect/RawActionFields.h"
 #include "teambuilder/lobby/LobbyTeamBuilderPlugin.h"
 
 namespace Orvan::Client::LobbyTeamBuilder {
@@ -113,33 +114,35 @@ Maybe<> LobbyTeamBuilderPlugin::UpdateAction(int32_t id, const Api::ChampSelectA
     if (found == nullptr) {
         return Failure(kActionNotFound, 404);
     }
-    // Read the way the session shows it: what does not convert keeps its
-    // default.
-    Api::ActionV1 action;
-    static_cast<void>(Framework::AssignFromProperty(Registry(), *found, "action", action));
+    // Only the fields the change needs, each read on its own: one that does
+    // not convert keeps its default and hides none of the others.
+    const Framework::BindingTypeRegistry& registry = Registry();
+    int32_t championId = ReadActionField(registry, *found, "championId", int32_t{0});
+    bool completed = ReadActionField(registry, *found, "completed", false);
 
     if (change.championId != 0) {
-        action.championId = change.championId;
+        championId = change.championId;
     }
-    if (action.championId == 0) {
+    if (championId == 0) {
         // Completing without naming a champion locks in what the actor has
         // been hovering.
+        const int64_t actorCellId = ReadActionField(registry, *found, "actorCellId", int64_t{-1});
         const std::optional<Api::ChampSelectPlayerSelection> actor =
-            FindPlayerSelection(*state, action.actorCellId);
+            FindPlayerSelection(*state, actorCellId);
         if (!actor) {
             return InternalError(kNoActorSelection);
         }
-        action.championId = actor->championPickIntent;
+        championId = actor->championPickIntent;
     }
     // A completed action stays completed.
-    action.completed = action.completed || change.completed;
+    completed = completed || change.completed;
 
     BindingProperty payload;
     payload.MutableField("actionId").SetSigned(id);
-    payload.MutableField("championId").SetSigned(action.championId);
-    payload.MutableField("completed").SetBool(action.completed);
+    payload.MutableField("championId").SetSigned(championId);
+    payload.MutableField("completed").SetBool(completed);
 
-    if (action.completed && showUx_) {
+    if (completed && showUx_) {
         showUx_ = false;
         Log(kAlways, kGroupDbg, "Action completed, setting show ux to false.");
     }

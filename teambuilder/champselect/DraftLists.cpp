@@ -3,6 +3,7 @@
 // from it: pickable, bannable and disabled champions and pickable skins.
 #include <algorithm>
 #include <cstdint>
+#include <string>
 #include <string_view>
 #include <utility>
 #include <vector>
@@ -10,6 +11,7 @@
 #include "framework/resources/ResourceEvents.h"
 #include "teambuilder/champselect/ChampSelectResources.h"
 #include "teambuilder/champselect/DecimalPrefix.h"
+#include "teambuilder/champselect/RawActionFields.h"
 #include "teambuilder/lobby/LobbyTeamBuilderPlugin.h"
 
 namespace Orvan::Client::LobbyTeamBuilder {
@@ -155,9 +157,10 @@ Maybe<Api::ChampSelectBannableChampions> LobbyTeamBuilderPlugin::ComputeBannable
     }
     std::vector<int32_t> excluded = draftInventory_->disabledChampionIds;
     for (const Framework::BindingProperty& set : actionSetList) {
-        for (const Api::ActionV1& action : ReadActionSet(set)) {
-            if (action.completed && action.type == "BAN") {
-                excluded.push_back(action.championId);
+        for (const Framework::BindingProperty& action : set.Elements()) {
+            if (ReadActionField(Registry(), action, "type", std::string()) == "BAN" &&
+                ReadActionField(Registry(), action, "completed", false)) {
+                excluded.push_back(ReadActionField(Registry(), action, "championId", int32_t{0}));
             }
         }
     }

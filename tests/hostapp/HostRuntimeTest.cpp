@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "host/Faults.h"
 #include "host/HostJson.h"
 #include "host/HostRuntime.h"
 #include "host/PluginLibrary.h"
@@ -375,6 +376,60 @@ TEST_F(HostRuntimeTest, AWaitWithNothingLeftToHappenIsReportedAsAStall) {
     module_.api->EndWait(module_.api);
     EXPECT_NE(stalled.find("Wait: future<Nothing>"), std::string::npos) << stalled;
     EXPECT_NE(stalled.find("can never come"), std::string::npos) << stalled;
+
+    // A yield only asks for a turn (a streamed read does it between short
+    // reads); an idle world does not make it a stall.
+    stalled.clear();
+    module_.api->BeginWait(module_.api, "Wait: yield", 0);
+    module_.api->ServeOnce(module_.api);
+    module_.api->EndWait(module_.api);
+    EXPECT_EQ(stalled, "");
+}
+
+// The plugin's requests fail, its replies break off, its events come twice
+// or late and its delayed calls fire late, each as the spec asks.
+TEST_F(HostRuntimeTest, FaultsReachThePluginThroughItsEntries) {
+    Load();
+    runtime_.AddRoute("stand", kHostMethodGet, "/stand",
+                      [](const RestRequest&, const PathParameters&) {
+                          return RestReply::Json(R"({"what":"a long enough answer to break off"})");
+                      });
+    FaultSpec spec;
+    spec.share.fill(1.0);
+    FaultInjector faults(spec, 1);
+    runtime_.SetFaults(&faults);
+
+    HostRequest call{};
+    call.method = kHostMethodGet;
+    call.uri = "/stand";
+    HostResponse failed{};
+    module_.api->Request(module_.api, &failed, &call);
+    const uint16_t status = failed.status;
+    EXPECT_EQ(status, 503);
+    EXPECT_STREQ(failed.errorText, "The host could not complete the request (injected fault)");
+    failed.release(&failed);
+
+    spec.share[static_cast<size_t>(FaultKind::RequestFail)] = 0.0;
+    FaultInjector streams(spec, 1);
+    runtime_.SetFaults(&streams);
+    HostResponse broken{};
+    module_.api->Request(module_.api, &broken, &call);
+    EXPECT_NE(broken.read, nullptr);
+    EXPECT_EQ(broken.errorText, nullptr);
+    broken.release(&broken);
+
+    // Every event twice, both late; the host's own subscribers hear them.
+    std::vector<double> heard;
+    runtime_.Subscribe(
+        "OnTest", [&](const std::string&, const std::string&) { heard.push_back(runtime_.Now()); });
+    const double start = runtime_.Now();
+    runtime_.Emit("OnTest", "{}");
+    runtime_.RunFor(5.0);
+    ASSERT_EQ(heard.size(), 2u);
+    EXPECT_GT(heard[1], start);
+    EXPECT_EQ(streams.Count(FaultKind::DuplicateEvent), 1u);
+    EXPECT_EQ(streams.Count(FaultKind::LateEvent), 1u);
+    runtime_.SetFaults(nullptr);
 }
 
 // ---- Values and templates ---------------------------------------------------------------

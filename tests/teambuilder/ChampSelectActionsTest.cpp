@@ -163,6 +163,38 @@ TEST(ChampSelectActionsTest, ActionChangesSendTheResolvedActionAndReroll) {
     // clang-format on
 }
 
+// Actions whose actor does not fit 32 bits: 4 picks 22 for cell 2^40, 6 is a
+// completed pick without a champion for that cell, 7 one in progress.
+TbdGameDtoV1 WideActorDraft() {
+    constexpr int64_t kWideActor = int64_t{1} << 40;
+    TbdGameDtoV1 dto = MyDraft(1);
+    std::vector<BindingProperty>& sets = dto.championSelectState->actionSetList;
+    sets[1].MutableElement(1).MutableField("actorCellId").SetSigned(kWideActor);
+    sets.push_back(
+        ArrayOf({Action(6, kWideActor, "PICK", 0, true), Action(7, kWideActor, "PICK")}));
+    return dto;
+}
+
+// The action changed is read field by field as it stands: a field that does
+// not convert keeps its default and hides none of the others.
+TEST(ChampSelectActionsTest, ActionFieldsAreReadOneByOne) {
+    const Replies ok = {{"updateActionV1", DtoReply(MyDraft(2))}};
+    TbdGameDtoV1 textChampion = MyDraft(1);
+    BindingProperty& damaged = textChampion.championSelectState->actionSetList[1].MutableElement(1);
+    damaged.MutableField("championId").SetString("x");
+    damaged.MutableField("completed").SetBool(true);
+    // clang-format off
+    RunCases({
+        {"POST", "session/actions/4/complete", "", ok, 200, "", {Update(4, 22, true)}, WideActorDraft()},
+        {"PATCH", "session/actions/4", R"({"championId":64})", ok, 200, "", {Update(4, 64, false)}, WideActorDraft()},
+        {"PATCH", "session/actions/6", R"({"completed":false})", ok, 500, "Could not find player selection to match actor id.", {}, WideActorDraft()},
+        {"PATCH", "session/actions/6", R"({"championId":64,"completed":false})", ok, 200, "", {Update(6, 64, true)}, WideActorDraft()},
+        {"POST", "session/actions/7/complete", "", ok, 500, "Could not find player selection to match actor id.", {}, WideActorDraft()},
+        {"PATCH", "session/actions/4", R"({"championId":64,"completed":false})", ok, 200, "", {Update(4, 64, true)}, textChampion},
+    });
+    // clang-format on
+}
+
 TEST(ChampSelectActionsTest, SelectionChangesWhatDiffersInOrderAndStopsAtAFailure) {
     const Replies dto = {{"pickSpellsV1", DtoReply(MyDraft(2))},
                          {"pickSkinV2", DtoReply(MyDraft(2))}};

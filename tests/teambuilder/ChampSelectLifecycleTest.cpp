@@ -207,6 +207,45 @@ TEST(ChampSelectLifecycleTest, ListsFollowTheInventoryAndTheBans) {
     EXPECT_EQ(Json(events[1].data), R"({"championIds":[5]})");
 }
 
+// Each ban is read field by field from the object as received: a field that
+// does not fit its record type (an actor beyond 32 bits, a champion given as
+// text) hides nothing after it.
+TEST(ChampSelectLifecycleTest, BansAreReadFieldByField) {
+    constexpr int64_t kWideActor = int64_t{1} << 40;
+    BindingProperty textChampion = Action(2, 6, "BAN", 0, true);
+    textChampion.MutableField("championId").SetString("5");
+    BindingProperty wideChampion = Action(2, 6, "BAN", 0, true);
+    wideChampion.MutableField("championId").SetSigned(int64_t{5} + (int64_t{1} << 32));
+    BindingProperty noType = Action(2, 6, "BAN", 5, true);
+    noType.MutableField("type").SetSigned(3);
+    BindingProperty completedAsText = Action(2, 6, "BAN", 5);
+    completedAsText.MutableField("completed").SetString("yes");
+    struct Case {
+        const char* name;
+        BindingProperty ban;
+        const char* bannable;
+    };
+    const std::vector<Case> cases = {
+        {"wide actor", Action(2, kWideActor, "BAN", 5, true), R"({"championIds":[]})"},
+        {"wide actor, incomplete", Action(2, kWideActor, "BAN", 5), R"({"championIds":[5]})"},
+        {"wide action id", Action(kWideActor, 6, "BAN", 5, true), R"({"championIds":[]})"},
+        {"champion as text", textChampion, R"({"championIds":[]})"},
+        {"champion beyond 32 bits", wideChampion, R"({"championIds":[5]})"},
+        {"type not a text", noType, R"({"championIds":[5]})"},
+        {"completion not a flag", completedAsText, R"({"championIds":[5]})"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        TeamBuilderHost host;
+        host.Push(ReadyCheckWith(1, Inventory()));
+        TbdGameDtoV1 draft = Draft(2);
+        draft.championSelectState->actionSetList[0] =
+            ArrayOf({c.ban, Action(1, 1, "BAN", 7, true)});
+        host.Push(draft);
+        EXPECT_EQ(host.Host().Call("GET", DraftUri("bannable-champions")).json, c.bannable);
+    }
+}
+
 TEST(ChampSelectLifecycleTest, ChampionIdsThatAreNotNumbersFailThePickableList) {
     struct Case {
         const char* key;

@@ -33,6 +33,7 @@ public:
     // "127.0.0.1:PORT", for Host headers.
     std::string Host() const { return "127.0.0.1:" + std::to_string(port_); }
     bool Running();
+    pid_t Pid() const { return pid_; }
     // SIGTERM, then the exit status (-1 when it had to be killed).
     int Stop(int signal = 15);
     // What the program wrote to standard error so far.
