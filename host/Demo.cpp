@@ -1041,7 +1041,12 @@ DemoResult RunDemoIn(const DemoOptions& options, HostRuntime& runtime, PluginLib
         return result;
     }
     auto demo = std::make_unique<Demo>(options, *scenario, library, runtime, plugin);
-    return demo->Run();
+    DemoResult result = demo->Run();
+    // The world's stand-ins and services go with the demo, while the runtime
+    // and the plugin live on: no route or queued work of the runtime may
+    // still lead into them (a delayed retry of the plugin would call them).
+    runtime.ClearWorld();
+    return result;
 }
 
 }  // namespace Orvan::Host

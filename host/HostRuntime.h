@@ -235,6 +235,10 @@ public:
     // the plugins, their registrations and their delayed calls, so that a
     // new world can be installed around the same plugins.
     void ClearWorld();
+    // The service proxy's request ids: numbered for the runtime's life, so an
+    // answer to a call of an earlier world is never taken for a later one's,
+    // while every run of a fresh runtime numbers its calls alike.
+    uint64_t NextServiceProxyId() { return nextServiceProxyId_++; }
     // Misbehaves on purpose from now on (host/Faults.h); null behaves again.
     void SetFaults(FaultInjector* faults) { faults_ = faults; }
 
@@ -309,6 +313,7 @@ private:
     HostPump* pump_ = nullptr;
     HostInputObserver* input_ = nullptr;
     FaultInjector* faults_ = nullptr;
+    uint64_t nextServiceProxyId_ = 1;
 };
 
 }  // namespace Orvan::Host

@@ -47,6 +47,8 @@ struct SoakSample {
     size_t draft = 0;  // 1-based
     uint64_t liveBytes = 0;
     uint64_t residentBytes = 0;  // 0 where the platform does not say
+    // Bytes of answers left unclaimed since draft 100, which the plugin keeps.
+    uint64_t unclaimedSince100 = 0;
 };
 
 struct SoakResult {
@@ -73,6 +75,9 @@ struct SoakResult {
     // quarter of the drafts after the warm-up.
     size_t quitDrafts = 0;
     size_t quitDraftsLater = 0;
+    // Bytes of service-proxy answers no caller claimed, after the second
+    // quarter: the plugin keeps them, as it keeps every answer until asked.
+    uint64_t unclaimedBytesLater = 0;
     // Live bytes after the drafts of the second and of the last quarter of
     // the drafts after the warm-up.
     Range earlier;

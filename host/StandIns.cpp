@@ -158,18 +158,6 @@ std::set<std::string> StandIns::AsyncRegistrations() const {
 
 // ---- Service proxy ---------------------------------------------------------------------
 
-namespace {
-
-// Unique in the process, as a real proxy's are: an answer to a call made in
-// an earlier world (the soak builds one per draft) is never taken for the
-// answer to a later call.
-uint64_t NextUuid() {
-    static uint64_t next = 1;
-    return next++;
-}
-
-}  // namespace
-
 Simulation::ServiceAnswer StandIns::Ask(const Simulation::ServiceRequest& request) {
     if (services_ == nullptr || !services_->Serves(request.service)) {
         Simulation::ServiceAnswer answer;
@@ -209,7 +197,7 @@ RestReply StandIns::UuidRequest(const RestRequest& request) {
     call.payload = ArgumentText(request.Argument(3));
     char uuid[40];
     std::snprintf(uuid, sizeof uuid, "5e77c0de-0000-4000-8000-%012llx",
-                  static_cast<unsigned long long>(NextUuid()));
+                  static_cast<unsigned long long>(runtime_.NextServiceProxyId()));
     const Simulation::ServiceAnswer answer = Ask(call);
     calls_.push_back(ProxiedCall{Now(), "uuid", call.service, call.method, call.payload,
                                  answer.method, answer.status, answer.error});

@@ -125,7 +125,6 @@ void AppModule::Stop() {
         completionCallbacks_.clear();
         asyncHandlers_.clear();
         unmatchedAnswers_.clear();
-        unmatchedUuids_.clear();
     }
     exactResourceHandlers_.clear();
     patternResourceHandlers_.clear();

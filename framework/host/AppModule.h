@@ -41,7 +41,6 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
-#include <deque>
 #include <functional>
 #include <future>
 #include <memory>
@@ -72,11 +71,6 @@ namespace Orvan::Framework {
 
 class PluginLogTarget;
 class TelemetryAdapter;
-
-// Answers of uuid-based service-proxy requests kept while no caller claims
-// them: far more than a caller ever waits for, few enough that answers
-// nobody will claim cannot pile up.
-inline constexpr size_t kMaxUnmatchedUuidAnswers = 32;
 
 class AppModule {
 public:
@@ -343,9 +337,6 @@ private:
     std::unordered_map<std::string, ServiceProxyHandler> completionCallbacks_;
     std::unordered_map<std::string, ServiceProxyHandler> asyncHandlers_;
     std::unordered_map<std::string, PluginServiceProxyResponse> unmatchedAnswers_;
-    // The uuids of unmatched answers in arrival order, the oldest first; only
-    // the most recent kMaxUnmatchedUuidAnswers are kept.
-    std::deque<std::string> unmatchedUuids_;
 
     // Delayed calls by id.
     std::unordered_map<uint64_t, std::unique_ptr<DelayedCall>> delayedCalls_;

@@ -297,15 +297,6 @@ void AppModule::OnServiceProxyUuidEvent(const PluginServiceProxyResponse& respon
     {
         std::lock_guard lock(serviceProxyMutex_);
         unmatchedAnswers_[response.uuid] = response;
-        // An answer waits here only until its caller, whose POST is still
-        // running, stores itself. One whose caller never will (the POST
-        // failed after the proxy took the call, or the answer came twice)
-        // would wait forever; only the most recent few are kept.
-        unmatchedUuids_.push_back(response.uuid);
-        while (unmatchedUuids_.size() > kMaxUnmatchedUuidAnswers) {
-            unmatchedAnswers_.erase(unmatchedUuids_.front());
-            unmatchedUuids_.pop_front();
-        }
     }
     MatchPendingAnswers();
 }

@@ -80,41 +80,6 @@ TEST_F(ServiceProxyClientTest, UuidRequestsMatchAnswersThatComeBeforeOrAfterThei
     EXPECT_EQ(early.get().Value(), (std::vector<int32_t>{1}));
 }
 
-// Answers nobody will claim (their POST failed after the proxy took the
-// call, or they came twice) are not kept for ever: a long-running client
-// would pile them up. An answer that comes before its uuid still waits for
-// its caller while no more than the kept number of strays come after it.
-TEST_F(ServiceProxyClientTest, StrayUuidAnswersDoNotPileUp) {
-    auto live = [this] {
-        const auto words = host_.MemoryStatistics();
-        const uint64_t allocated = words[4] | (static_cast<uint64_t>(words[5]) << 32);
-        const uint64_t freed = words[8] | (static_cast<uint64_t>(words[9]) << 32);
-        return allocated - freed;
-    };
-    auto stray = [this](int count, int from) {
-        for (int i = from; i < from + count; ++i) {
-            host_.Deliver("OnServiceProxyUuidEvent", Answer("stray-" + std::to_string(i),
-                                                            "tbdGameDtoV1", R"({"counter": 1})"));
-        }
-    };
-    stray(200, 0);
-    const uint64_t after200 = live();
-    stray(2000, 200);
-    EXPECT_EQ(live(), after200);
-
-    // Kept: an early answer followed by fewer strays than are kept.
-    host_.Deliver("OnServiceProxyUuidEvent", Answer("u1", "pickSkinV2", "[1]"));
-    stray(static_cast<int>(kMaxUnmatchedUuidAnswers) - 1, 5000);
-    auto kept = Module().CallServiceProxy<std::vector<int32_t>>(kService, "pickSkinV2", "x");
-    ASSERT_TRUE(IsReady(kept));
-    EXPECT_EQ(kept.get().Value(), (std::vector<int32_t>{1}));
-    // Dropped: one stray more than are kept.
-    host_.Deliver("OnServiceProxyUuidEvent", Answer("u2", "pickSkinV2", "[2]"));
-    stray(static_cast<int>(kMaxUnmatchedUuidAnswers), 6000);
-    auto dropped = Module().CallServiceProxy<std::vector<int32_t>>(kService, "pickSkinV2", "x");
-    EXPECT_FALSE(IsReady(dropped));
-}
-
 TEST_F(ServiceProxyClientTest, MethodRequestsWaitUnderTheirResponseKeyOneAtATime) {
     auto call = [&] {
         return Module().CallServiceProxyRaw(kService, "retrieveFeatureToggles", BindingProperty(),
