@@ -303,7 +303,10 @@ def refused_and_reconnected(page):
 def draft(page):
     """The draft world from the lobby to the game's start, through the
     page's own controls, asserting at each step on what the page shows."""
-    serve = Serve("draft", "--speed", "4", "--seed", "7")
+    # The session is recorded too: what a person's clicks made the plugin
+    # do must replay against the same build without the world.
+    session = os.path.join(SHOTS, "draft-session.jsonl")
+    serve = Serve("draft", "--speed", "4", "--seed", "7", "--record", session)
     driver = page.driver
     try:
         started = time.time()
@@ -441,6 +444,9 @@ def draft(page):
               "the log's newest line is the last event: " + (log[0] if log else ""))
     finally:
         check(serve.stop() == 0, "the gateway stops cleanly")
+    replay = subprocess.run([HOST, "replay", session], capture_output=True, text=True, timeout=120)
+    said = (replay.stdout + replay.stderr).strip().splitlines() or ["(no output)"]
+    check(replay.returncode == 0, "the session the page played replays clean: " + said[-1])
 
 
 def low_priority(page):
