@@ -3,11 +3,13 @@
 // from it: pickable, bannable and disabled champions and pickable skins.
 #include <algorithm>
 #include <cstdint>
+#include <optional>
 #include <string_view>
 #include <utility>
 #include <vector>
 
 #include "framework/resources/ResourceEvents.h"
+#include "framework/rest/RestArguments.h"
 #include "teambuilder/champselect/ChampSelectResources.h"
 #include "teambuilder/champselect/DecimalPrefix.h"
 #include "teambuilder/lobby/LobbyTeamBuilderPlugin.h"
@@ -52,17 +54,30 @@ bool Contains(const std::vector<int32_t>& sorted, int32_t id) {
 
 // Publishes one of the lists that follow the inventory: created when it
 // appears, updated while it stays, deleted when it goes. A list that cannot
-// be computed is left unpublished.
+// be computed is left unpublished (and computed again with the next DTO);
+// one that was computed and converted is kept in `converted` until the
+// inventory changes.
 template <class Compute>
 void FollowInventory(LobbyTeamBuilderPlugin& plugin, std::string_view uri, bool had, bool has,
-                     Compute compute) {
+                     std::optional<Framework::BindingProperty>& converted, Compute compute) {
+    const PluginResourceEventType eventType =
+        had ? PluginResourceEventType::Update : PluginResourceEventType::Create;
     if (has) {
-        auto list = compute();
-        if (list) {
-            plugin.PublishResource(
-                uri, *list,
-                had ? PluginResourceEventType::Update : PluginResourceEventType::Create);
+        if (!converted) {
+            auto list = compute();
+            if (!list) {
+                return;
+            }
+            Maybe<Framework::BindingProperty> value =
+                Framework::ToBindingValue(plugin.Registry(), *list);
+            if (!value) {
+                // Reports the failure as any other resource that does not convert.
+                plugin.PublishResource(uri, *list, eventType);
+                return;
+            }
+            converted = std::move(value).Value();
         }
+        plugin.PublishResourceValue(uri, eventType, *converted);
     } else if (had) {
         plugin.DeleteResource(uri);
     }
@@ -77,17 +92,19 @@ void LobbyTeamBuilderPlugin::UpdateDraftLists(const GameDtoRecord& incoming) {
     // new inventory. Anything else keeps the inventory unless it brings one.
     if (!incoming.HasDto() || phase == kPhaseDraftPremade || phase == kPhaseMatchmaking) {
         draftInventory_.reset();
+        inventoryListValues_ = {};
     } else if (incoming.dto->afkCheckState && !incoming.dto->afkCheckState->inventoryDraft
                                                    .lastSelectedSkinIdByChampionId.empty()) {
         // The service repeats the inventory with every DTO of the ready check.
         const Api::TbdInventory& inventory = incoming.dto->afkCheckState->inventoryDraft;
         if (!draftInventory_ || *draftInventory_ != inventory) {
             draftInventory_ = inventory;
+            inventoryListValues_ = {};
         }
     }
     const bool has = draftInventory_.has_value();
 
-    FollowInventory(*this, kPickableChampionsUri, had, has,
+    FollowInventory(*this, kPickableChampionsUri, had, has, inventoryListValues_.pickableChampions,
                     [this] { return ComputePickableChampions(); });
 
     // The bannable list needs a draft as well as an inventory.
@@ -106,9 +123,10 @@ void LobbyTeamBuilderPlugin::UpdateDraftLists(const GameDtoRecord& incoming) {
         DeleteResource(kBannableChampionsUri);
     }
 
-    FollowInventory(*this, kDisabledChampionsUri, had, has,
+    FollowInventory(*this, kDisabledChampionsUri, had, has, inventoryListValues_.disabledChampions,
                     [this] { return ComputeDisabledChampions(); });
-    FollowInventory(*this, kPickableSkinsUri, had, has, [this] { return ComputePickableSkins(); });
+    FollowInventory(*this, kPickableSkinsUri, had, has, inventoryListValues_.pickableSkins,
+                    [this] { return ComputePickableSkins(); });
 }
 
 Maybe<Api::ChampSelectPickableChampions> LobbyTeamBuilderPlugin::ComputePickableChampions() const {

@@ -274,6 +274,15 @@ private:
     GameDtoRecord storedDto_;
     Api::MatchmakingSearch matchmakingSearch_;
     std::optional<Api::TbdInventory> draftInventory_;
+    // The lists that follow the inventory, converted for publishing once per
+    // inventory: the service repeats the inventory with every DTO of the
+    // ready check and the draft. Emptied whenever draftInventory_ changes.
+    struct InventoryListValues {
+        std::optional<Framework::BindingProperty> pickableChampions;
+        std::optional<Framework::BindingProperty> disabledChampions;
+        std::optional<Framework::BindingProperty> pickableSkins;
+    };
+    InventoryListValues inventoryListValues_;
     std::string currentDraftPremadeId_;
     int64_t localWardSkinId_ = 1;
     // The rest of the ward-skin state and the team-boost state join here with

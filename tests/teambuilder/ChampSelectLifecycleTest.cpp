@@ -207,6 +207,49 @@ TEST(ChampSelectLifecycleTest, ListsFollowTheInventoryAndTheBans) {
     EXPECT_EQ(Json(events[1].data), R"({"championIds":[5]})");
 }
 
+// The lists are converted once per inventory and republished from that; a
+// changed inventory, or one that comes back after a search, must not be
+// published from what the previous one left.
+TEST(ChampSelectLifecycleTest, RepublishedListsFollowEachNewInventory) {
+    TeamBuilderHost host;
+    TbdInventory other = Inventory();
+    other.lastSelectedSkinIdByChampionId = {{"5", 5001}, {"9", 9001}};
+    other.skinIds = {5001};
+    other.disabledChampionIds = {5};
+    struct Step {
+        const char* name;
+        TbdGameDtoV1 dto;
+        Strings data;  // pickable champions, disabled champions, pickable skins
+    };
+    const Step steps[] = {
+        {"first inventory",
+         ReadyCheckWith(1, Inventory()),
+         {R"({"championIds":[7]})", R"({"championIds":[9]})", R"({"skinIds":[7001,9002]})"}},
+        {"the same inventory again",
+         ReadyCheckWith(2, Inventory()),
+         {R"({"championIds":[7]})", R"({"championIds":[9]})", R"({"skinIds":[7001,9002]})"}},
+        {"a changed inventory",
+         ReadyCheckWith(3, other),
+         {R"({"championIds":[9]})", R"({"championIds":[5]})", R"({"skinIds":[5001]})"}},
+        {"a search drops it", Searching(4), {}},
+        {"the first inventory back",
+         ReadyCheckWith(5, Inventory()),
+         {R"({"championIds":[7]})", R"({"championIds":[9]})", R"({"skinIds":[7001,9002]})"}},
+    };
+    for (const Step& step : steps) {
+        SCOPED_TRACE(step.name);
+        host.Push(step.dto);
+        Strings data;
+        for (const DraftEvent& event : TakeDraftEvents(host)) {
+            if (event.line.rfind("Delete", 0) != 0 &&
+                event.line.find("bannable") == std::string::npos) {
+                data.push_back(Json(event.data));
+            }
+        }
+        EXPECT_EQ(data, step.data);
+    }
+}
+
 TEST(ChampSelectLifecycleTest, ChampionIdsThatAreNotNumbersFailThePickableList) {
     struct Case {
         const char* key;
