@@ -43,6 +43,24 @@ Maybe<int32_t> ChampionIdOf(std::string_view text) {
     return static_cast<int32_t>(prefix.negative ? -prefix.magnitude : prefix.magnitude);
 }
 
+// The same inventory repeated by the service arrives with its skin map
+// built the same way, so its entries come in the same order: compared in
+// that order no key is hashed. Anything else is compared as the record says.
+bool SameInventory(const Api::TbdInventory& a, const Api::TbdInventory& b) {
+    // A field added to the record must be compared below as well.
+    static_assert(sizeof(Api::TbdInventory) ==
+                  sizeof(a.lastSelectedSkinIdByChampionId) + 5 * sizeof(std::vector<int32_t>));
+    const auto& skinsA = a.lastSelectedSkinIdByChampionId;
+    const auto& skinsB = b.lastSelectedSkinIdByChampionId;
+    if (skinsA.size() != skinsB.size() ||
+        !std::equal(skinsA.begin(), skinsA.end(), skinsB.begin())) {
+        return a == b;
+    }
+    return a.skinIds == b.skinIds && a.spellIds == b.spellIds &&
+           a.initialSpellIds == b.initialSpellIds && a.allChampionIds == b.allChampionIds &&
+           a.disabledChampionIds == b.disabledChampionIds;
+}
+
 std::vector<int32_t> Sorted(std::vector<int32_t> ids) {
     std::sort(ids.begin(), ids.end());
     return ids;
@@ -97,7 +115,7 @@ void LobbyTeamBuilderPlugin::UpdateDraftLists(const GameDtoRecord& incoming) {
                                                    .lastSelectedSkinIdByChampionId.empty()) {
         // The service repeats the inventory with every DTO of the ready check.
         const Api::TbdInventory& inventory = incoming.dto->afkCheckState->inventoryDraft;
-        if (!draftInventory_ || *draftInventory_ != inventory) {
+        if (!draftInventory_ || !SameInventory(*draftInventory_, inventory)) {
             draftInventory_ = inventory;
             inventoryListValues_ = {};
         }

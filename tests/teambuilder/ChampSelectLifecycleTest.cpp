@@ -216,6 +216,8 @@ TEST(ChampSelectLifecycleTest, RepublishedListsFollowEachNewInventory) {
     other.lastSelectedSkinIdByChampionId = {{"5", 5001}, {"9", 9001}};
     other.skinIds = {5001};
     other.disabledChampionIds = {5};
+    TbdInventory moreSkins = other;  // the same skin map, a list beside it changed
+    moreSkins.skinIds = {5001, 5002};
     struct Step {
         const char* name;
         TbdGameDtoV1 dto;
@@ -231,9 +233,12 @@ TEST(ChampSelectLifecycleTest, RepublishedListsFollowEachNewInventory) {
         {"a changed inventory",
          ReadyCheckWith(3, other),
          {R"({"championIds":[9]})", R"({"championIds":[5]})", R"({"skinIds":[5001]})"}},
-        {"a search drops it", Searching(4), {}},
+        {"a changed list beside the same skin map",
+         ReadyCheckWith(4, moreSkins),
+         {R"({"championIds":[9]})", R"({"championIds":[5]})", R"({"skinIds":[5001,5002]})"}},
+        {"a search drops it", Searching(5), {}},
         {"the first inventory back",
-         ReadyCheckWith(5, Inventory()),
+         ReadyCheckWith(6, Inventory()),
          {R"({"championIds":[7]})", R"({"championIds":[9]})", R"({"skinIds":[7001,9002]})"}},
     };
     for (const Step& step : steps) {
