@@ -207,6 +207,41 @@ TEST(ChampSelectLifecycleTest, ListsFollowTheInventoryAndTheBans) {
     EXPECT_EQ(Json(events[1].data), R"({"championIds":[5]})");
 }
 
+// The session and the bannable list share what was read of one DTO's
+// action sets; the next DTO's sets, which may sit where the last ones were,
+// are read anew.
+TEST(ChampSelectLifecycleTest, BannableListFollowsTheBansOfEachDraftDto) {
+    TeamBuilderHost host;
+    host.Push(ReadyCheckWith(1, Inventory()));
+    const struct {
+        const char* name;
+        BindingProperty bans;
+        const char* bannable;
+    } steps[] = {
+        {"nothing banned yet", ArrayOf({Action(1, 1, "BAN", 5)}), R"({"championIds":[5,7]})"},
+        {"5 banned", ArrayOf({Action(1, 1, "BAN", 5, true)}), R"({"championIds":[7]})"},
+        {"7 banned instead", ArrayOf({Action(1, 1, "BAN", 7, true)}), R"({"championIds":[5]})"},
+        {"a pick bans nothing", ArrayOf({Action(1, 1, "PICK", 7, true)}),
+         R"({"championIds":[5,7]})"},
+    };
+    int32_t counter = 2;
+    for (const auto& step : steps) {
+        SCOPED_TRACE(step.name);
+        NextMillisecond();
+        TbdGameDtoV1 draft = Draft(counter++);
+        draft.championSelectState->actionSetList[0] = step.bans;
+        host.Push(draft);
+        EXPECT_EQ(host.Host().Call("GET", DraftUri("bannable-champions")).json, step.bannable);
+        std::string published;
+        for (const DraftEvent& event : TakeDraftEvents(host)) {
+            if (event.line.find("bannable") != std::string::npos) {
+                published = Json(event.data);
+            }
+        }
+        EXPECT_EQ(published, step.bannable);
+    }
+}
+
 // The lists are converted once per inventory and republished from that; a
 // changed inventory, or one that comes back after a search, must not be
 // published from what the previous one left.
