@@ -174,7 +174,7 @@ public:
     void PublishResource(std::string_view uri, const T& value,
                          PluginResourceEventType eventType = PluginResourceEventType::Update);
     void PublishResourceValue(std::string_view uri, PluginResourceEventType eventType,
-                              BindingProperty data);
+                              const BindingProperty& data);
     void DeleteResource(std::string_view uri);
     // Stores the handler (exact URI, or pattern when it holds "*"),
     // subscribes, and hands an exact resource's current value over at once.

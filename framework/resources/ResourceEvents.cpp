@@ -114,7 +114,7 @@ Maybe<> AppModule::SendResourceEvent(std::string_view baseEventName, std::string
 }
 
 void AppModule::PublishResourceValue(std::string_view uri, PluginResourceEventType eventType,
-                                     BindingProperty data) {
+                                     const BindingProperty& data) {
     Maybe<> sent = SendResourceEvent(kJsonApiEvent, uri, eventType, data);
     if (!sent) {
         Trace("%s: Couldn't send event for uri \"%.*s\": %s", ShortName().c_str(),

@@ -45,7 +45,7 @@ void AppModule::PublishResource(std::string_view uri, const T& value,
               StaticType::Of<T>().name, static_cast<int>(uri.size()), uri.data());
         return;
     }
-    PublishResourceValue(uri, eventType, std::move(data).Value());
+    PublishResourceValue(uri, eventType, *data);
 }
 
 template <class T>

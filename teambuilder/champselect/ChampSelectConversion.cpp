@@ -101,6 +101,22 @@ constexpr TradeStateName kTradeStateNames[] = {
 }  // namespace
 
 std::vector<Api::ActionV1> LobbyTeamBuilderPlugin::ReadActionSet(const BindingProperty& set) const {
+    if (applyingDto_) {
+        for (const auto& [read, actions] : actionSetsRead_) {
+            if (read == &set) {
+                return actions;
+            }
+        }
+    }
+    std::vector<Api::ActionV1> actions = ReadActionSetOnce(set);
+    if (applyingDto_) {
+        actionSetsRead_.emplace_back(&set, actions);
+    }
+    return actions;
+}
+
+std::vector<Api::ActionV1> LobbyTeamBuilderPlugin::ReadActionSetOnce(
+    const BindingProperty& set) const {
     const std::span<const BindingProperty> elements = set.Elements();
     std::vector<Api::ActionV1> actions(elements.size());
     const Framework::BindingTypeInfo* info =

@@ -3,12 +3,14 @@
 // from it: pickable, bannable and disabled champions and pickable skins.
 #include <algorithm>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
 #include <vector>
 
 #include "framework/resources/ResourceEvents.h"
+#include "framework/rest/RestArguments.h"
 #include "teambuilder/champselect/ChampSelectResources.h"
 #include "teambuilder/champselect/DecimalPrefix.h"
 #include "teambuilder/champselect/RawActionFields.h"
@@ -43,6 +45,24 @@ Maybe<int32_t> ChampionIdOf(std::string_view text) {
     return static_cast<int32_t>(prefix.negative ? -prefix.magnitude : prefix.magnitude);
 }
 
+// The same inventory repeated by the service arrives with its skin map
+// built the same way, so its entries come in the same order: compared in
+// that order no key is hashed. Anything else is compared as the record says.
+bool SameInventory(const Api::TbdInventory& a, const Api::TbdInventory& b) {
+    // A field added to the record must be compared below as well.
+    static_assert(sizeof(Api::TbdInventory) ==
+                  sizeof(a.lastSelectedSkinIdByChampionId) + 5 * sizeof(std::vector<int32_t>));
+    const auto& skinsA = a.lastSelectedSkinIdByChampionId;
+    const auto& skinsB = b.lastSelectedSkinIdByChampionId;
+    if (skinsA.size() != skinsB.size() ||
+        !std::equal(skinsA.begin(), skinsA.end(), skinsB.begin())) {
+        return a == b;
+    }
+    return a.skinIds == b.skinIds && a.spellIds == b.spellIds &&
+           a.initialSpellIds == b.initialSpellIds && a.allChampionIds == b.allChampionIds &&
+           a.disabledChampionIds == b.disabledChampionIds;
+}
+
 std::vector<int32_t> Sorted(std::vector<int32_t> ids) {
     std::sort(ids.begin(), ids.end());
     return ids;
@@ -54,17 +74,30 @@ bool Contains(const std::vector<int32_t>& sorted, int32_t id) {
 
 // Publishes one of the lists that follow the inventory: created when it
 // appears, updated while it stays, deleted when it goes. A list that cannot
-// be computed is left unpublished.
+// be computed is left unpublished (and computed again with the next DTO);
+// one that was computed and converted is kept in `converted` until the
+// inventory changes.
 template <class Compute>
 void FollowInventory(LobbyTeamBuilderPlugin& plugin, std::string_view uri, bool had, bool has,
-                     Compute compute) {
+                     std::optional<Framework::BindingProperty>& converted, Compute compute) {
+    const PluginResourceEventType eventType =
+        had ? PluginResourceEventType::Update : PluginResourceEventType::Create;
     if (has) {
-        auto list = compute();
-        if (list) {
-            plugin.PublishResource(
-                uri, *list,
-                had ? PluginResourceEventType::Update : PluginResourceEventType::Create);
+        if (!converted) {
+            auto list = compute();
+            if (!list) {
+                return;
+            }
+            Maybe<Framework::BindingProperty> value =
+                Framework::ToBindingValue(plugin.Registry(), *list);
+            if (!value) {
+                // Reports the failure as any other resource that does not convert.
+                plugin.PublishResource(uri, *list, eventType);
+                return;
+            }
+            converted = std::move(value).Value();
         }
+        plugin.PublishResourceValue(uri, eventType, *converted);
     } else if (had) {
         plugin.DeleteResource(uri);
     }
@@ -79,17 +112,19 @@ void LobbyTeamBuilderPlugin::UpdateDraftLists(const GameDtoRecord& incoming) {
     // new inventory. Anything else keeps the inventory unless it brings one.
     if (!incoming.HasDto() || phase == kPhaseDraftPremade || phase == kPhaseMatchmaking) {
         draftInventory_.reset();
+        inventoryListValues_ = {};
     } else if (incoming.dto->afkCheckState && !incoming.dto->afkCheckState->inventoryDraft
                                                    .lastSelectedSkinIdByChampionId.empty()) {
         // The service repeats the inventory with every DTO of the ready check.
         const Api::TbdInventory& inventory = incoming.dto->afkCheckState->inventoryDraft;
-        if (!draftInventory_ || *draftInventory_ != inventory) {
+        if (!draftInventory_ || !SameInventory(*draftInventory_, inventory)) {
             draftInventory_ = inventory;
+            inventoryListValues_ = {};
         }
     }
     const bool has = draftInventory_.has_value();
 
-    FollowInventory(*this, kPickableChampionsUri, had, has,
+    FollowInventory(*this, kPickableChampionsUri, had, has, inventoryListValues_.pickableChampions,
                     [this] { return ComputePickableChampions(); });
 
     // The bannable list needs a draft as well as an inventory.
@@ -108,9 +143,10 @@ void LobbyTeamBuilderPlugin::UpdateDraftLists(const GameDtoRecord& incoming) {
         DeleteResource(kBannableChampionsUri);
     }
 
-    FollowInventory(*this, kDisabledChampionsUri, had, has,
+    FollowInventory(*this, kDisabledChampionsUri, had, has, inventoryListValues_.disabledChampions,
                     [this] { return ComputeDisabledChampions(); });
-    FollowInventory(*this, kPickableSkinsUri, had, has, [this] { return ComputePickableSkins(); });
+    FollowInventory(*this, kPickableSkinsUri, had, has, inventoryListValues_.pickableSkins,
+                    [this] { return ComputePickableSkins(); });
 }
 
 Maybe<Api::ChampSelectPickableChampions> LobbyTeamBuilderPlugin::ComputePickableChampions() const {

@@ -78,10 +78,14 @@ void LobbyTeamBuilderPlugin::ApplyGameDtoRecord(GameDtoRecord incoming) {
         currentDraftPremadeId_ = premade->draftPremadeId;
     }
 
+    actionSetsRead_.clear();
+    applyingDto_ = true;
     UpdateLobbyResource(storedDto_, incoming);
     UpdateMatchmakingResource(storedDto_, incoming);
     OnChampSelectDto(storedDto_, incoming);
     UpdateDraftLists(incoming);
+    applyingDto_ = false;
+    actionSetsRead_.clear();
 
     storedDto_ = std::move(incoming);
 

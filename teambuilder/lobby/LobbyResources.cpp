@@ -5,6 +5,7 @@
 
 #include "framework/log/Log.h"
 #include "framework/resources/ResourceEvents.h"
+#include "framework/rest/RestArguments.h"
 #include "teambuilder/lobby/LobbyTeamBuilderPlugin.h"
 
 namespace Orvan::Client::LobbyTeamBuilder {
@@ -110,12 +111,23 @@ void LobbyTeamBuilderPlugin::UpdateLobbyResource(const GameDtoRecord& previous,
         return;
     }
     Api::Lobby lobby = ComputeLobby(*incoming.dto);
-    if (lobby != publishedLobby_) {
+    const bool changed = lobby != publishedLobby_;
+    if (changed) {
         publishedLobby_ = std::move(lobby);
         PublishResource(kLobbyUri, publishedLobby_, PluginResourceEventType::Update);
-        PublishCountdown(*incoming.dto);
     }
-    PublishCountdown(*incoming.dto);
+    // A changed lobby is followed by the countdown twice; both are the same
+    // value, converted once.
+    const int countdowns = changed ? 2 : 1;
+    Framework::Maybe<Framework::BindingProperty> countdown =
+        Framework::ToBindingValue(Registry(), ComputeCountdown(*incoming.dto));
+    for (int i = 0; i < countdowns; ++i) {
+        if (countdown) {
+            PublishResourceValue(kLobbyCountdownUri, PluginResourceEventType::Update, *countdown);
+        } else {
+            PublishCountdown(*incoming.dto);  // reports the failure as before
+        }
+    }
 }
 
 void LobbyTeamBuilderPlugin::UpdateMatchmakingResource(const GameDtoRecord& previous,

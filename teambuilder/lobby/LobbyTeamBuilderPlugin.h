@@ -32,6 +32,7 @@
 #include <string>
 #include <string_view>
 #include <unordered_set>
+#include <utility>
 #include <vector>
 
 #include "framework/binding/Failure.h"
@@ -132,6 +133,7 @@ public:
     // The elements of one action set as received; what does not convert
     // keeps its default, and a set that is not an array has no actions.
     std::vector<Api::ActionV1> ReadActionSet(const Framework::BindingProperty& set) const;
+    std::vector<Api::ActionV1> ReadActionSetOnce(const Framework::BindingProperty& set) const;
     static Api::ChampSelectPlayerSelection ConvertCell(const Api::CellV1& cell, int64_t wardSkinId);
     std::optional<Api::ChampSelectPlayerSelection> FindPlayerSelection(
         const Api::ChampionSelectStateV1& state, int64_t cellId) const;
@@ -274,6 +276,22 @@ private:
     GameDtoRecord storedDto_;
     Api::MatchmakingSearch matchmakingSearch_;
     std::optional<Api::TbdInventory> draftInventory_;
+    // The lists that follow the inventory, converted for publishing once per
+    // inventory: the service repeats the inventory with every DTO of the
+    // ready check and the draft. Emptied whenever draftInventory_ changes.
+    struct InventoryListValues {
+        std::optional<Framework::BindingProperty> pickableChampions;
+        std::optional<Framework::BindingProperty> disabledChampions;
+        std::optional<Framework::BindingProperty> pickableSkins;
+    };
+    InventoryListValues inventoryListValues_;
+    // The action sets ReadActionSet read while one DTO is applied: the
+    // session and the bannable list read the same sets of the same DTO.
+    // Neither record changes while it is applied; the entries are dropped
+    // before the incoming record is stored.
+    mutable std::vector<std::pair<const Framework::BindingProperty*, std::vector<Api::ActionV1>>>
+        actionSetsRead_;
+    bool applyingDto_ = false;
     std::string currentDraftPremadeId_;
     int64_t localWardSkinId_ = 1;
     // The rest of the ward-skin state and the team-boost state join here with

@@ -246,6 +246,89 @@ TEST(ChampSelectLifecycleTest, BansAreReadFieldByField) {
     }
 }
 
+// The session and the bannable list share what was read of one DTO's
+// action sets; the next DTO's sets, which may sit where the last ones were,
+// are read anew.
+TEST(ChampSelectLifecycleTest, BannableListFollowsTheBansOfEachDraftDto) {
+    TeamBuilderHost host;
+    host.Push(ReadyCheckWith(1, Inventory()));
+    const struct {
+        const char* name;
+        BindingProperty bans;
+        const char* bannable;
+    } steps[] = {
+        {"nothing banned yet", ArrayOf({Action(1, 1, "BAN", 5)}), R"({"championIds":[5,7]})"},
+        {"5 banned", ArrayOf({Action(1, 1, "BAN", 5, true)}), R"({"championIds":[7]})"},
+        {"7 banned instead", ArrayOf({Action(1, 1, "BAN", 7, true)}), R"({"championIds":[5]})"},
+        {"a pick bans nothing", ArrayOf({Action(1, 1, "PICK", 7, true)}),
+         R"({"championIds":[5,7]})"},
+    };
+    int32_t counter = 2;
+    for (const auto& step : steps) {
+        SCOPED_TRACE(step.name);
+        NextMillisecond();
+        TbdGameDtoV1 draft = Draft(counter++);
+        draft.championSelectState->actionSetList[0] = step.bans;
+        host.Push(draft);
+        EXPECT_EQ(host.Host().Call("GET", DraftUri("bannable-champions")).json, step.bannable);
+        std::string published;
+        for (const DraftEvent& event : TakeDraftEvents(host)) {
+            if (event.line.find("bannable") != std::string::npos) {
+                published = Json(event.data);
+            }
+        }
+        EXPECT_EQ(published, step.bannable);
+    }
+}
+
+// The lists are converted once per inventory and republished from that; a
+// changed inventory, or one that comes back after a search, must not be
+// published from what the previous one left.
+TEST(ChampSelectLifecycleTest, RepublishedListsFollowEachNewInventory) {
+    TeamBuilderHost host;
+    TbdInventory other = Inventory();
+    other.lastSelectedSkinIdByChampionId = {{"5", 5001}, {"9", 9001}};
+    other.skinIds = {5001};
+    other.disabledChampionIds = {5};
+    TbdInventory moreSkins = other;  // the same skin map, a list beside it changed
+    moreSkins.skinIds = {5001, 5002};
+    struct Step {
+        const char* name;
+        TbdGameDtoV1 dto;
+        Strings data;  // pickable champions, disabled champions, pickable skins
+    };
+    const Step steps[] = {
+        {"first inventory",
+         ReadyCheckWith(1, Inventory()),
+         {R"({"championIds":[7]})", R"({"championIds":[9]})", R"({"skinIds":[7001,9002]})"}},
+        {"the same inventory again",
+         ReadyCheckWith(2, Inventory()),
+         {R"({"championIds":[7]})", R"({"championIds":[9]})", R"({"skinIds":[7001,9002]})"}},
+        {"a changed inventory",
+         ReadyCheckWith(3, other),
+         {R"({"championIds":[9]})", R"({"championIds":[5]})", R"({"skinIds":[5001]})"}},
+        {"a changed list beside the same skin map",
+         ReadyCheckWith(4, moreSkins),
+         {R"({"championIds":[9]})", R"({"championIds":[5]})", R"({"skinIds":[5001,5002]})"}},
+        {"a search drops it", Searching(5), {}},
+        {"the first inventory back",
+         ReadyCheckWith(6, Inventory()),
+         {R"({"championIds":[7]})", R"({"championIds":[9]})", R"({"skinIds":[7001,9002]})"}},
+    };
+    for (const Step& step : steps) {
+        SCOPED_TRACE(step.name);
+        host.Push(step.dto);
+        Strings data;
+        for (const DraftEvent& event : TakeDraftEvents(host)) {
+            if (event.line.rfind("Delete", 0) != 0 &&
+                event.line.find("bannable") == std::string::npos) {
+                data.push_back(Json(event.data));
+            }
+        }
+        EXPECT_EQ(data, step.data);
+    }
+}
+
 TEST(ChampSelectLifecycleTest, ChampionIdsThatAreNotNumbersFailThePickableList) {
     struct Case {
         const char* key;
