@@ -907,47 +907,7 @@ private:
             request.functionName.empty() ? nullptr : request.functionName.c_str();
         HostResponse response{};
         endpoint.dispatch(&response, &hostRequest);
-        RestReply reply;
-        reply.failed = response.failed != 0 || response.errorText != nullptr;
-        reply.error = Text(response.errorText);
-        reply.status = response.status != 0 ? response.status : (reply.failed ? 500 : 200);
-        reply.resultFormat = response.resultFormat;
-        for (uint32_t i = 0; response.headers != nullptr && i < response.headerCount; ++i) {
-            reply.headers.emplace_back(Text(response.headers[i].name),
-                                       Text(response.headers[i].value));
-        }
-        if (response.read != nullptr) {
-            std::string text;
-            uint8_t buffer[4096];
-            for (;;) {
-                uint32_t length = sizeof buffer;
-                uint8_t more = 0;
-                if (response.read(response.streamContext, buffer, &length, &more) == 0) {
-                    reply.failed = true;
-                    reply.error = "Stream read error";
-                    break;
-                }
-                text.append(reinterpret_cast<const char*>(buffer),
-                            std::min<uint32_t>(length, 4096));
-                if (more == 0) {
-                    break;
-                }
-            }
-            if (response.close != nullptr) {
-                response.close(response.streamContext);
-            }
-            reply.body = std::move(text);
-        } else if (response.body.type != kHostValueNull) {
-            std::string error;
-            if (!HostValueToJson(response.body, reply.body, error)) {
-                reply.failed = true;
-                reply.status = 502;
-                reply.error = "The plugin's reply body is unreadable: " + error;
-            }
-        }
-        if (response.release != nullptr) {
-            response.release(&response);
-        }
+        RestReply reply = TakePluginReply(response);
         return reply;
     }
 

@@ -58,4 +58,9 @@ struct RestReply {
     bool Ok() const { return !failed && status < 400; }
 };
 
+// A plugin endpoint's answer as a reply: its status (500 for a failure
+// without one, 200 otherwise), headers, and its body, read to the end when it
+// is streamed. The response is released.
+RestReply TakePluginReply(HostResponse& response);
+
 }  // namespace Orvan::Host
