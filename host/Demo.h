@@ -40,7 +40,7 @@ struct DemoOptions {
     double malformedShare = 0.0;
     // The host's own misbehaviour; the run then passes when host and plugin
     // survive and the plugin's published state agrees with what it holds.
-    FaultSpec faults;
+    FaultPlan faults;
     bool memory = false;
     // Called once the stand-ins are installed, before anything happens.
     std::function<void()> afterInstall;

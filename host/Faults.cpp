@@ -92,11 +92,11 @@ std::optional<FaultKind> FaultKindNamed(std::string_view name) {
     return std::nullopt;
 }
 
-bool FaultSpec::Any() const {
+bool FaultPlan::Any() const {
     return std::any_of(share.begin(), share.end(), [](double s) { return s > 0.0; });
 }
 
-std::string FaultSpec::Text() const {
+std::string FaultPlan::Text() const {
     std::string text;
     for (size_t i = 0; i < kFaultKinds; ++i) {
         if (share[i] > 0.0) {
@@ -108,8 +108,8 @@ std::string FaultSpec::Text() const {
     return text;
 }
 
-std::optional<FaultSpec> ParseFaultSpec(std::string_view text, std::string& error) {
-    FaultSpec spec;
+std::optional<FaultPlan> ParseFaultPlan(std::string_view text, std::string& error) {
+    FaultPlan plan;
     if (text.empty()) {
         error = "--faults needs KIND=SHARE[,KIND=SHARE...]";
         return std::nullopt;
@@ -139,21 +139,21 @@ std::optional<FaultSpec> ParseFaultSpec(std::string_view text, std::string& erro
             error = "--faults: " + std::string(name) + " needs a share between 0 and 1";
             return std::nullopt;
         }
-        spec.share[static_cast<size_t>(*kind)] = share;
+        plan.share[static_cast<size_t>(*kind)] = share;
         if (comma == text.size()) {
             break;
         }
     }
-    return spec;
+    return plan;
 }
 
-FaultInjector::FaultInjector(FaultSpec spec, uint64_t seed)
+FaultInjector::FaultInjector(FaultPlan plan, uint64_t seed)
     // Apart from the simulator's own generator, so the same seed still
     // means the same simulated players.
-    : spec_(spec), random_(seed ^ 0x6661756c74730000ULL) {}
+    : plan_(plan), random_(seed ^ 0x6661756c74730000ULL) {}
 
 bool FaultInjector::Strikes(FaultKind kind) {
-    const double share = spec_.Share(kind);
+    const double share = plan_.Share(kind);
     if (!(share > 0.0)) {
         return false;
     }

@@ -1,9 +1,9 @@
-// Faults: the host misbehaving on purpose, for `--faults SPEC`. A plugin's
+// Faults: the host misbehaving on purpose, for `--faults LIST`. A plugin's
 // real host fails requests, breaks streamed bodies off, delivers events twice
 // or after later ones and fires delayed calls late; these faults let a run
 // show whether the plugin survives that and keeps what it publishes true.
 //
-// A SPEC is a comma-separated list of KIND=SHARE, SHARE between 0 and 1 the
+// A LIST is a comma-separated list of KIND=SHARE, SHARE between 0 and 1 the
 // share of occasions of that kind that go wrong:
 //
 //   request-fail     a REST request of the plugin fails with a host error
@@ -15,7 +15,7 @@
 //   late-delay       a delayed call of the plugin fires late.
 //
 // Every decision comes from one generator seeded by the run's seed, so a run
-// with the same seed and SPEC misbehaves the same way again.
+// with the same seed and LIST misbehaves the same way again.
 //
 // Ownership: the injector owns its generator and counters; the runtime holds
 // a pointer to it. Threads: the host's thread.
@@ -41,7 +41,7 @@ inline constexpr size_t kFaultKinds = 5;
 std::string_view FaultKindName(FaultKind kind);
 std::optional<FaultKind> FaultKindNamed(std::string_view name);
 
-struct FaultSpec {
+struct FaultPlan {
     std::array<double, kFaultKinds> share{};
 
     double Share(FaultKind kind) const { return share[static_cast<size_t>(kind)]; }
@@ -50,8 +50,8 @@ struct FaultSpec {
     std::string Text() const;
 };
 
-// The SPEC, or nullopt with `error` saying what is wrong with it.
-std::optional<FaultSpec> ParseFaultSpec(std::string_view text, std::string& error);
+// The LIST, or nullopt with `error` saying what is wrong with it.
+std::optional<FaultPlan> ParseFaultPlan(std::string_view text, std::string& error);
 
 // What becomes of one queued event.
 struct EventFault {
@@ -61,9 +61,9 @@ struct EventFault {
 
 class FaultInjector {
 public:
-    FaultInjector(FaultSpec spec, uint64_t seed);
+    FaultInjector(FaultPlan plan, uint64_t seed);
 
-    const FaultSpec& Spec() const { return spec_; }
+    const FaultPlan& Plan() const { return plan_; }
 
     // A host error to answer the plugin's request with instead of routing it.
     std::optional<RestReply> FailRequest(const RestRequest& request);
@@ -85,7 +85,7 @@ private:
     bool Strikes(FaultKind kind);
     double Uniform(double low, double high);
 
-    FaultSpec spec_;
+    FaultPlan plan_;
     std::mt19937_64 random_;
     std::array<uint64_t, kFaultKinds> counts_{};
 };

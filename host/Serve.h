@@ -34,7 +34,7 @@ struct ServeOptions {
     int detail = 1;
     PluginLoadOptions plugin;
     // The host's own misbehaviour towards the plugin (host/Faults.h).
-    FaultSpec faults;
+    FaultPlan faults;
     HttpLimits limits;
     // A fixed token instead of a random one (tests).
     std::string token;

@@ -34,7 +34,7 @@ struct SoakOptions {
     size_t drafts = 1000;
     uint64_t seed = 1;
     double malformedShare = 0.0;
-    FaultSpec faults;
+    FaultPlan faults;
     // Drafts before live bytes are watched (the recent teams fill up).
     size_t warmup = 10;
     // The draft (1-based) whose whole timeline is printed, or 0.

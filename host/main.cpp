@@ -31,14 +31,14 @@ void Usage(std::FILE* out) {
                  "\n"
                  "usage:\n"
                  "  qel-host demo [--scenario NAME] [--speed FACTOR|max] [--seed N] [--json]\n"
-                 "                [-q|-v|-vv] [--malformed SHARE] [--faults SPEC] [--memory]\n"
+                 "                [-q|-v|-vv] [--malformed SHARE] [--faults LIST] [--memory]\n"
                  "                [--record FILE] [PLUGIN OPTIONS]\n"
                  "      plays a scenario through the plugin and prints its timeline; exits 0\n"
                  "      only when the scenario reached its expected end (with --malformed\n"
                  "      or --faults: when host and plugin survived, and with --faults the\n"
                  "      published lobby, search and session agree with the plugin)\n"
                  "  qel-host serve [--port N] [--scenario NAME] [--speed FACTOR] [--seed N]\n"
-                 "                 [--allow-origin ORIGIN]... [--faults SPEC] [-q|-v|-vv]\n"
+                 "                 [--allow-origin ORIGIN]... [--faults LIST] [-q|-v|-vv]\n"
                  "                 [--record FILE] [PLUGIN OPTIONS]\n"
                  "      serves the plugin's REST API and its events on 127.0.0.1 while the\n"
                  "      scenario's world runs; you are the local player. Prints one line,\n"
@@ -51,7 +51,7 @@ void Usage(std::FILE* out) {
                  "      file is not a usable session. The plugin is offered the core version\n"
                  "      of the recording unless --core-version says otherwise\n"
                  "  qel-host soak [--drafts N] [--warmup N] [--seed N] [--malformed SHARE]\n"
-                 "                [--faults SPEC] [--show-draft N] [PLUGIN OPTIONS]\n"
+                 "                [--faults LIST] [--show-draft N] [PLUGIN OPTIONS]\n"
                  "      plays N drafts (default 1000) of mixed scenarios and seeds at full\n"
                  "      speed against one plugin, a new world for each; exits 0 when every\n"
                  "      draft passed and the plugin's live bytes and the resident memory\n"
@@ -78,7 +78,7 @@ void Usage(std::FILE* out) {
                  "  --json          one JSON object per timeline line\n"
                  "  -q, -v, -vv     less detail; the plugin's calls and warnings; everything\n"
                  "  --malformed S   share (0..1) of service answers damaged on purpose\n"
-                 "  --faults SPEC   the host misbehaves on purpose, KIND=SHARE[,...] with\n"
+                 "  --faults LIST   the host misbehaves on purpose, KIND=SHARE[,...] with\n"
                  "                  kinds request-fail, stream-fail, duplicate-event,\n"
                  "                  late-event, late-delay (also for serve)\n"
                  "  --memory        the plugin's memory statistics at the end\n"
@@ -175,7 +175,7 @@ Arguments Parse(int argc, char** argv) {
         } else if (arg == "--keep-going") {
             args.keepGoing = true;
         } else if (arg == "--faults") {
-            if (std::optional<FaultSpec> faults = ParseFaultSpec(value(), args.error)) {
+            if (std::optional<FaultPlan> faults = ParseFaultPlan(value(), args.error)) {
                 args.demo.faults = *faults;
             }
         } else if (arg == "--memory") {

@@ -22,7 +22,7 @@ namespace {
 
 struct FaultCase {
     const char* name;
-    const char* spec;
+    const char* plan;
 };
 
 // Shares high enough that each kind strikes in most runs, low enough that
@@ -57,8 +57,8 @@ TEST(FaultMatrix, EveryScenarioSurvivesEveryFaultKind) {
     for (const Simulation::ScenarioDefinition& scenario : Simulation::Scenarios()) {
         for (const FaultCase& fault : kFaultCases) {
             std::string error;
-            const std::optional<FaultSpec> spec = ParseFaultSpec(fault.spec, error);
-            ASSERT_TRUE(spec) << error;
+            const std::optional<FaultPlan> plan = ParseFaultPlan(fault.plan, error);
+            ASSERT_TRUE(plan) << error;
             for (uint64_t seed = firstSeed; seed < firstSeed + seeds; ++seed) {
                 const std::string which = std::string(scenario.name) + " under " + fault.name +
                                           " with seed " + std::to_string(seed);
@@ -70,7 +70,7 @@ TEST(FaultMatrix, EveryScenarioSurvivesEveryFaultKind) {
                 options.speed = 0.0;
                 options.seed = seed;
                 options.detail = 0;
-                options.faults = *spec;
+                options.faults = *plan;
                 options.plugin.path = DefaultPluginPath();
                 std::FILE* out = std::tmpfile();
                 ASSERT_NE(out, nullptr);
@@ -97,13 +97,13 @@ TEST(FaultMatrix, EveryScenarioSurvivesEveryFaultKind) {
     EXPECT_GT(tally.faults, tally.runs) << "the faults should strike in most runs";
 }
 
-DemoResult RunDraft(const FaultSpec& spec, uint64_t seed) {
+DemoResult RunDraft(const FaultPlan& plan, uint64_t seed) {
     DemoOptions options;
     options.scenario = "draft";
     options.speed = 0.0;
     options.seed = seed;
     options.detail = 0;
-    options.faults = spec;
+    options.faults = plan;
     options.plugin.path = DefaultPluginPath();
     std::FILE* out = std::tmpfile();
     options.out = out != nullptr ? out : stdout;
@@ -120,14 +120,14 @@ TEST(FaultMatrix, FaultsAreSeededAndReproducible) {
     for (const FaultCase& fault : kFaultCases) {
         SCOPED_TRACE(fault.name);
         std::string error;
-        const std::optional<FaultSpec> spec = ParseFaultSpec(fault.spec, error);
-        ASSERT_TRUE(spec) << error;
+        const std::optional<FaultPlan> plan = ParseFaultPlan(fault.plan, error);
+        ASSERT_TRUE(plan) << error;
         uint64_t seed = 11;
-        DemoResult first = RunDraft(*spec, seed);
-        for (; first.faults == 0 && seed < 30; first = RunDraft(*spec, ++seed)) {
+        DemoResult first = RunDraft(*plan, seed);
+        for (; first.faults == 0 && seed < 30; first = RunDraft(*plan, ++seed)) {
         }
         EXPECT_GT(first.faults, 0u) << "no seed from 11 to 30 made " << fault.name << " strike";
-        const DemoResult again = RunDraft(*spec, seed);
+        const DemoResult again = RunDraft(*plan, seed);
         EXPECT_EQ(again.faults, first.faults);
         // Not the number of events: a DTO delivered twice republishes the
         // session only when the wall clock moved between the two receipts.

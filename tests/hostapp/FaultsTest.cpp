@@ -13,7 +13,7 @@ namespace {
 TEST(Faults, SpecsParseOrSayWhatIsWrong) {
     struct Case {
         const char* text;
-        const char* canonical;  // the spec's text, or the error when null
+        const char* canonical;  // the plan's text, or the error when null
         const char* error;
     };
     const std::vector<Case> cases = {
@@ -38,13 +38,13 @@ TEST(Faults, SpecsParseOrSayWhatIsWrong) {
     for (const Case& c : cases) {
         SCOPED_TRACE(c.text);
         std::string error;
-        const std::optional<FaultSpec> spec = ParseFaultSpec(c.text, error);
+        const std::optional<FaultPlan> plan = ParseFaultPlan(c.text, error);
         if (c.canonical != nullptr) {
-            ASSERT_TRUE(spec) << error;
-            EXPECT_EQ(spec->Text(), c.canonical);
-            EXPECT_EQ(spec->Any(), std::string(c.canonical) != "");
+            ASSERT_TRUE(plan) << error;
+            EXPECT_EQ(plan->Text(), c.canonical);
+            EXPECT_EQ(plan->Any(), std::string(c.canonical) != "");
         } else {
-            EXPECT_FALSE(spec);
+            EXPECT_FALSE(plan);
             EXPECT_EQ(error, c.error);
         }
     }
@@ -77,9 +77,9 @@ StreamRead ReadAll(HostResponse& reply) {
 }
 
 TEST(Faults, BrokenStreamsDeliverAPrefixThenFailOrEnd) {
-    FaultSpec spec;
-    spec.share[static_cast<size_t>(FaultKind::StreamFail)] = 1.0;
-    FaultInjector faults(spec, 5);
+    FaultPlan plan;
+    plan.share[static_cast<size_t>(FaultKind::StreamFail)] = 1.0;
+    FaultInjector faults(plan, 5);
     const std::string body = R"({"a":[1,2,3],"b":"some text that is long enough to be cut"})";
     RestReply answer = RestReply::Json(body);
     int failedReads = 0;
@@ -114,10 +114,10 @@ TEST(Faults, BrokenStreamsDeliverAPrefixThenFailOrEnd) {
 }
 
 TEST(Faults, SharesDecideHowOftenEachKindStrikes) {
-    FaultSpec spec;
-    spec.share[static_cast<size_t>(FaultKind::RequestFail)] = 0.25;
-    spec.share[static_cast<size_t>(FaultKind::LateDelay)] = 1.0;
-    FaultInjector faults(spec, 9);
+    FaultPlan plan;
+    plan.share[static_cast<size_t>(FaultKind::RequestFail)] = 0.25;
+    plan.share[static_cast<size_t>(FaultKind::LateDelay)] = 1.0;
+    FaultInjector faults(plan, 9);
     int failed = 0;
     for (int i = 0; i < 4000; ++i) {
         if (std::optional<RestReply> reply = faults.FailRequest(RestRequest{})) {

@@ -387,16 +387,16 @@ TEST_F(HostRuntimeTest, AWaitWithNothingLeftToHappenIsReportedAsAStall) {
 }
 
 // The plugin's requests fail, its replies break off, its events come twice
-// or late and its delayed calls fire late, each as the spec asks.
+// or late and its delayed calls fire late, each as the plan asks.
 TEST_F(HostRuntimeTest, FaultsReachThePluginThroughItsEntries) {
     Load();
     runtime_.AddRoute("stand", kHostMethodGet, "/stand",
                       [](const RestRequest&, const PathParameters&) {
                           return RestReply::Json(R"({"what":"a long enough answer to break off"})");
                       });
-    FaultSpec spec;
-    spec.share.fill(1.0);
-    FaultInjector faults(spec, 1);
+    FaultPlan plan;
+    plan.share.fill(1.0);
+    FaultInjector faults(plan, 1);
     runtime_.SetFaults(&faults);
 
     HostRequest call{};
@@ -409,8 +409,8 @@ TEST_F(HostRuntimeTest, FaultsReachThePluginThroughItsEntries) {
     EXPECT_STREQ(failed.errorText, "The host could not complete the request (injected fault)");
     failed.release(&failed);
 
-    spec.share[static_cast<size_t>(FaultKind::RequestFail)] = 0.0;
-    FaultInjector streams(spec, 1);
+    plan.share[static_cast<size_t>(FaultKind::RequestFail)] = 0.0;
+    FaultInjector streams(plan, 1);
     runtime_.SetFaults(&streams);
     HostResponse broken{};
     module_.api->Request(module_.api, &broken, &call);
