@@ -131,8 +131,8 @@ private:
     std::vector<Step> Script();
     void AddLobbySteps(std::vector<Step>& steps);
     void AddQueueSteps(std::vector<Step>& steps);
-    Step ReadyCheckStep(std::function<bool()> until);
-    Step ChampSelectStep(std::function<bool()> until);
+    Step ReadyCheckStep(const std::function<bool()>& until);
+    Step ChampSelectStep(const std::function<bool()>& until);
     Poll PlayChampSelect();
     int64_t ChooseBan(const Value& session);
     int64_t ChoosePick(const Value& session, bool intentOnly);
@@ -333,7 +333,7 @@ void Demo::AddQueueSteps(std::vector<Step>& steps) {
                      }});
 }
 
-Step Demo::ReadyCheckStep(std::function<bool()> until) {
+Step Demo::ReadyCheckStep(const std::function<bool()>& until) {
     struct Check {
         bool open = false;
         bool answered = false;
@@ -587,7 +587,7 @@ Poll Demo::PlayChampSelect() {
     return Poll::Pending;
 }
 
-Step Demo::ChampSelectStep(std::function<bool()> until) {
+Step Demo::ChampSelectStep(const std::function<bool()>& until) {
     return Step{"", "play champion select until its end", 400.0, [this, until] {
                     if (until()) {
                         return Poll::Done;

@@ -321,7 +321,7 @@ public:
     WebSocketConnection(ServerImpl& server, uint64_t id, beast::tcp_stream stream)
         : Connection(server, id), ws_(std::move(stream)) {}
 
-    void Accept(http::request<http::string_body> request) {
+    void Accept(const http::request<http::string_body>& request) {
         beast::get_lowest_layer(ws_).expires_never();
         websocket::stream_base::timeout timeout =
             websocket::stream_base::timeout::suggested(beast::role_type::server);
@@ -437,7 +437,8 @@ public:
             return;
         }
         waiting_ = false;
-        Write(std::move(response), keepAlive_ && !response.close);
+        const bool keepOpen = keepAlive_ && !response.close;
+        Write(std::move(response), keepOpen);
     }
 
     void OpenStream(HttpResponseOut head) override {
@@ -451,7 +452,7 @@ public:
         std::string text = "HTTP/1.1 " + std::to_string(head.status) + " " +
                            std::string(HttpReason(head.status)) + "\r\n";
         for (const auto& [name, value] : head.headers) {
-            text += name + ": " + value + "\r\n";
+            text.append(name).append(": ").append(value).append("\r\n");
         }
         text += "Connection: close\r\n\r\n";
         text += head.body;
@@ -557,14 +558,14 @@ private:
             auto upgraded = std::make_shared<WebSocketConnection>(server_, id_, std::move(stream_));
             closed_ = true;  // the socket now belongs to the WebSocket
             server_.Adopt(upgraded);
-            upgraded->Accept(std::move(request));
+            upgraded->Accept(request);
             return;
         }
         waiting_ = true;
         server_.Handler().OnRequest(id_, std::move(in));
     }
 
-    void Fail(unsigned status, std::string detail) {
+    void Fail(unsigned status, std::string_view detail) {
         HttpResponseOut response;
         response.status = status;
         response.headers.emplace_back("Content-Type", "application/problem+json");

@@ -37,14 +37,14 @@
 namespace Orvan::Host {
 
 struct HttpLimits {
-    size_t maxBodyBytes = 1024 * 1024;
-    size_t maxHeaderBytes = 16 * 1024;
+    size_t maxBodyBytes = size_t{1024} * 1024;
+    size_t maxHeaderBytes = size_t{16} * 1024;
     size_t maxConnections = 64;
     // A connection with no complete request for this long is closed.
     double idleSeconds = 30.0;
     // Bytes queued for one client before it counts as stuck and is dropped.
-    size_t maxBacklogBytes = 8 * 1024 * 1024;
-    size_t maxMessageBytes = 64 * 1024;
+    size_t maxBacklogBytes = size_t{8} * 1024 * 1024;
+    size_t maxMessageBytes = size_t{64} * 1024;
 };
 
 using HttpHeaders = std::vector<std::pair<std::string, std::string>>;

@@ -304,7 +304,8 @@ private:
         } else if (t == "float" || t == "double") {
             schema.AddMember("type", "number", a_);
             schema.AddMember("format", Str(t), a_);
-        } else if (t == "string") {
+        } else if (t == "string" || t == "enum") {
+            // An unnamed enumeration arrives as its enumerator's name.
             schema.AddMember("type", "string", a_);
         } else if (t == "blob") {
             schema.AddMember("type", "string", a_);
@@ -321,8 +322,6 @@ private:
             }
         } else if (t == "struct") {
             schema.AddMember("type", "object", a_);
-        } else if (t == "enum") {
-            schema.AddMember("type", "string", a_);
         } else if (registered_.count(t) != 0) {
             return Ref(kSchemaPrefix + SchemaKey(t));
         } else if (t == "object") {

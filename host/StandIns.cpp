@@ -141,7 +141,7 @@ void StandIns::SetConnected(bool connected) {
                                : "the connection to the services is lost");
 }
 
-void StandIns::SetSetting(const std::string& uri, std::string json) {
+void StandIns::SetSetting(const std::string& uri, const std::string& json) {
     runtime_.PutResource(kPlatformConfig, uri, json);
     Narrate("platform config", uri.substr(uri.find_last_of('/') + 1) + " = " + json);
 }
@@ -169,7 +169,7 @@ Simulation::ServiceAnswer StandIns::Ask(const Simulation::ServiceRequest& reques
     return services_->Handle(request);
 }
 
-void StandIns::Deliver(std::string eventName, uint32_t target, std::string payload,
+void StandIns::Deliver(const std::string& eventName, uint32_t target, std::string payload,
                        std::string lostPayload) {
     runtime_.After(options_.serviceLatency, eventName,
                    [this, eventName, target, payload = std::move(payload),

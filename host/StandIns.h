@@ -86,7 +86,7 @@ public:
     // The login completes: the session turns SUCCEEDED and connected.
     void SignIn();
     void SetConnected(bool connected);
-    void SetSetting(const std::string& uri, std::string json);
+    void SetSetting(const std::string& uri, const std::string& json);
 
     // ---- SimEnvironment ----------------------------------------------------------
     double Now() const override;
@@ -113,7 +113,7 @@ private:
     RestReply AsyncRequest(const RestRequest& request, const PathParameters& parameters);
     // Emits the event after the service latency; when the connection is down
     // by then, `lostPayload` instead (nothing when it is empty).
-    void Deliver(std::string eventName, uint32_t target, std::string payload,
+    void Deliver(const std::string& eventName, uint32_t target, std::string payload,
                  std::string lostPayload);
     void PublishLogin();
     Simulation::ServiceAnswer Ask(const Simulation::ServiceRequest& request);

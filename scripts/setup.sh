@@ -21,7 +21,7 @@ sudo=""
 packages=(
   build-essential cmake ninja-build pkg-config
   rapidjson-dev libyaml-dev libgtest-dev libbenchmark-dev libmsgpack-dev libboost-dev
-  clang libclang-rt-14-dev clang-format gcc-multilib g++-multilib
+  clang libclang-rt-14-dev clang-format clang-tidy gcc-multilib g++-multilib
   chromium chromium-driver python3-selenium
 )
 for extra in "$@"; do

@@ -68,7 +68,7 @@ void BuildBinding(BindingProperty& root) {
         spells.Append().SetSigned(4);
         spells.Append().SetSigned(14);
         item.MutableField(kNames[12]).SetString("MIDDLE");
-        item.MutableField(kNames[13]).SetSigned(i * 1000);
+        item.MutableField(kNames[13]).SetSigned(int64_t{i} * 1000);
         BindingProperty& team = item.MutableField(kNames[14]);
         team.MutableField("side").SetString("BLUE");
         team.MutableField("size").SetSigned(5);

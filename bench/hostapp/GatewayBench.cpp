@@ -282,8 +282,12 @@ void BM_LoopbackRoundTripFloor(benchmark::State& state) {
     address.sin_family = AF_INET;
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
     socklen_t size = sizeof address;
-    bind(listener, reinterpret_cast<sockaddr*>(&address), sizeof address);
-    listen(listener, 1);
+    if (bind(listener, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0 ||
+        listen(listener, 1) != 0) {
+        state.SkipWithError("no loopback listener");
+        close(listener);
+        return;
+    }
     getsockname(listener, reinterpret_cast<sockaddr*>(&address), &size);
     std::atomic<bool> stop{false};
     const std::string answer =

@@ -136,6 +136,7 @@ void BM_PushChampSelectRecordThroughHostAndPlugin(benchmark::State& state) {
     }
     int64_t counter = 1;
     std::vector<std::string> events;
+    events.reserve(records.size());
     for (const std::string& record : records) {
         events.push_back(
             "{\"uuid\":\"\",\"serviceName\":\"teambuilder-draft\",\"methodName\":"

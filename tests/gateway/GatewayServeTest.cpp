@@ -526,7 +526,7 @@ TEST(GatewayServe, RefusesWhatOtherPagesAndBadClientsSend) {
         {"a header over 16 KiB",
          "GET",
          "/health",
-         {{"X-Padding", std::string(17 * 1024, 'x')}},
+         {{"X-Padding", std::string(size_t{17} * 1024, 'x')}},
          "",
          431},
     };
@@ -592,6 +592,7 @@ TEST(GatewayServe, ConnectionsPastTheLimitAreTurnedAway) {
     auto serve = Serve();
     ASSERT_NE(serve, nullptr);
     std::vector<std::unique_ptr<RawConnection>> held;
+    held.reserve(64);
     for (int i = 0; i < 64; ++i) {
         held.push_back(std::make_unique<RawConnection>(serve->Port()));
     }

@@ -172,7 +172,8 @@ TEST(GatewaySoak, ACrowdOfClientsComesAndGoesWithoutGapsOrGrowth) {
         "resident %.1f MB then %.1f MB\n",
         seconds, static_cast<unsigned long long>(connections),
         static_cast<unsigned long long>(totalEvents), static_cast<unsigned long long>(garbage),
-        residentEarly / 1048576.0, residentLate / 1048576.0);
+        static_cast<double>(residentEarly) / 1048576.0,
+        static_cast<double>(residentLate) / 1048576.0);
     EXPECT_GT(totalEvents, 0u);
     EXPECT_EQ(http.Send("GET", std::string(kBase) + "/v1/matchmaking", auth).status, 200u);
     if (residentEarly > 0) {

@@ -37,6 +37,7 @@ TEST(CriticalSectionTest, ThreadsNeverInterleaveInside) {
     constexpr int kRounds = 20000;
     long counter = 0;  // deliberately not atomic
     std::vector<std::thread> threads;
+    threads.reserve(kThreads);
     for (int t = 0; t < kThreads; ++t) {
         threads.emplace_back([&] {
             for (int i = 0; i < kRounds; ++i) {

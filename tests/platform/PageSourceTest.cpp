@@ -48,6 +48,7 @@ TEST(PageSourceTest, ConcurrentCallersNeverShareAPage) {
     constexpr int kPages = 200;
     std::vector<std::vector<void*>> taken(kThreads);
     std::vector<std::thread> threads;
+    threads.reserve(kThreads);
     for (int t = 0; t < kThreads; ++t) {
         threads.emplace_back([&source, &mine = taken[t], t] {
             for (int round = 0; round < 3; ++round) {

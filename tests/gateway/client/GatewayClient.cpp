@@ -154,6 +154,7 @@ std::unique_ptr<ServeProcess> ServeProcess::Start(const std::vector<std::string>
         close(pipeFds[0]);
         close(pipeFds[1]);
         std::vector<char*> raw;
+        raw.reserve(argv.size() + 1);
         for (std::string& arg : argv) {
             raw.push_back(arg.data());
         }
@@ -285,7 +286,7 @@ HttpReply HttpClient::Send(const std::string& method, const std::string& target,
     bool done = false;
     ErrorCode failure;
     http::response_parser<http::string_body> parser;
-    parser.body_limit(64 * 1024 * 1024);
+    parser.body_limit(uint64_t{64} * 1024 * 1024);
     http::async_write(s.socket, request, [&](const ErrorCode& ec, size_t) {
         if (ec) {
             failure = ec;
