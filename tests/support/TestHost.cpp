@@ -18,7 +18,7 @@
 #include "framework/dispatch/HttpMethod.h"
 #include "framework/dispatch/RouteTable.h"
 #include "framework/host/HostValueConversion.h"
-#include "framework/host/ResourceEventKey.h"
+#include "framework/resources/ResourceEventKey.h"
 
 #ifndef QEL_PLUGIN_LIBRARY_PATH
 #error "QEL_PLUGIN_LIBRARY_PATH must name the plugin's shared object"
