@@ -516,28 +516,7 @@ const EndpointRecord* HostRuntime::FindEndpoint(uint32_t plugin, uint32_t method
     if (slot == nullptr || slot->destroyed) {
         return nullptr;
     }
-    const EndpointRecord* best = nullptr;
-    size_t bestWeight = std::numeric_limits<size_t>::max();
-    for (const EndpointRecord* endpoint : slot->endpoints) {
-        if (endpoint->method != method || endpoint->dispatch == nullptr) {
-            continue;
-        }
-        if (method == kHostMethodDirectCall) {
-            if (endpoint->function.name != nullptr && functionName == endpoint->function.name) {
-                return endpoint;
-            }
-            continue;
-        }
-        if (endpoint->urlTemplate == nullptr) {
-            continue;
-        }
-        std::optional<PathParameters> match = MatchUrlTemplate(endpoint->urlTemplate, path);
-        if (match && ParameterWeight(*match) < bestWeight) {
-            best = endpoint;
-            bestWeight = ParameterWeight(*match);
-        }
-    }
-    return best;
+    return PickEndpoint(slot->endpoints, method, path, functionName);
 }
 
 RestReply HostRuntime::Route(const RestRequest& request) {

@@ -1,5 +1,6 @@
 #include "host/UrlTemplate.h"
 
+#include <limits>
 #include <vector>
 
 namespace Orvan::Host {
@@ -98,6 +99,33 @@ size_t ParameterWeight(const PathParameters& parameters) {
         weight += value.size() + 1;
     }
     return weight;
+}
+
+const EndpointRecord* PickEndpoint(const std::vector<const EndpointRecord*>& endpoints,
+                                   uint32_t method, std::string_view path,
+                                   std::string_view functionName) {
+    const EndpointRecord* best = nullptr;
+    size_t bestWeight = std::numeric_limits<size_t>::max();
+    for (const EndpointRecord* endpoint : endpoints) {
+        if (endpoint->method != method || endpoint->dispatch == nullptr) {
+            continue;
+        }
+        if (method == kHostMethodDirectCall) {
+            if (endpoint->function.name != nullptr && functionName == endpoint->function.name) {
+                return endpoint;
+            }
+            continue;
+        }
+        if (endpoint->urlTemplate == nullptr) {
+            continue;
+        }
+        std::optional<PathParameters> match = MatchUrlTemplate(endpoint->urlTemplate, path);
+        if (match && ParameterWeight(*match) < bestWeight) {
+            best = endpoint;
+            bestWeight = ParameterWeight(*match);
+        }
+    }
+    return best;
 }
 
 }  // namespace Orvan::Host

@@ -8,10 +8,14 @@
 // Pure functions; any thread.
 #pragma once
 
+#include <cstdint>
 #include <map>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
+
+#include "framework/host/HostAbi.h"
 
 namespace Orvan::Host {
 
@@ -25,6 +29,14 @@ std::optional<PathParameters> MatchUrlTemplate(std::string_view templateText,
 size_t ParameterWeight(const PathParameters& parameters);
 
 std::string PercentDecode(std::string_view text);
+
+// The endpoint the host picks among a plugin's for a request: for a direct
+// call (method 8) the one of that function name, otherwise the best match of
+// the request's method by the rules above. An endpoint without a dispatch
+// function never answers; null when none does.
+const EndpointRecord* PickEndpoint(const std::vector<const EndpointRecord*>& endpoints,
+                                   uint32_t method, std::string_view path,
+                                   std::string_view functionName);
 
 // The request path: the URI up to its first "?".
 std::string_view UriPath(std::string_view uri);

@@ -33,9 +33,7 @@ std::string Join(const std::vector<std::string>& names) {
 
 void ServiceSimulator::Game::BuildRoster() {
     std::vector<std::string_view> names(PlayerNames().begin(), PlayerNames().end());
-    for (size_t i = names.size(); i > 1; --i) {
-        std::swap(names[i - 1], names[Next() % i]);
-    }
+    Shuffle(names);
     const int party = std::clamp(scenario_.partySize, 1, kTeamSize);
     players_.resize(2 * kTeamSize);
     for (size_t i = 0; i < players_.size(); ++i) {
@@ -50,14 +48,10 @@ void ServiceSimulator::Game::BuildRoster() {
         for (const Champion& champion : Champions()) {
             ids.push_back(champion.id);
         }
-        for (size_t k = ids.size(); k > 1; --k) {
-            std::swap(ids[k - 1], ids[Next() % k]);
-        }
+        Shuffle(ids);
         player.pool.assign(ids.begin(), ids.begin() + 4);
         std::vector<std::string_view> positions(Positions().begin(), Positions().end());
-        for (size_t k = positions.size(); k > 1; --k) {
-            std::swap(positions[k - 1], positions[Next() % k]);
-        }
+        Shuffle(positions);
         if (i != 0) {
             player.preferences = {std::string(positions[0]), std::string(positions[1])};
             player.excluded = std::string(positions[4]);

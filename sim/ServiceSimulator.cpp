@@ -72,6 +72,19 @@ std::string Quote(std::string_view text) {
     return buffer.GetString();
 }
 
+// The service refusing the local player a queue or a lobby: one restriction.
+ServiceAnswer GatekeeperRestricted(uint64_t summonerId, std::string_view reason,
+                                   int64_t remainingMillis, std::string_view payload,
+                                   int64_t queueId) {
+    ServiceAnswer answer;
+    answer.method = "gatekeeperRestrictedV2";
+    answer.payload =
+        "{\"gatekeeperRestrictions\":[{\"summonerId\":" + std::to_string(summonerId) +
+        ",\"reason\":" + Quote(reason) + ",\"remainingMillis\":" + std::to_string(remainingMillis) +
+        ",\"payload\":" + Quote(payload) + ",\"queueId\":" + std::to_string(queueId) + "}]}";
+    return answer;
+}
+
 }  // namespace
 
 // ---- Facade ---------------------------------------------------------------
@@ -365,14 +378,8 @@ ServiceAnswer ServiceSimulator::Game::CreatePremade(const std::string& payload,
         return CallFailed("BAD_PAYLOAD");
     }
     if (document.GetInt() != options_.queueId) {
-        ServiceAnswer answer;
-        answer.method = "gatekeeperRestrictedV2";
-        answer.payload =
-            "{\"gatekeeperRestrictions\":[{\"summonerId\":" + std::to_string(Local().summonerId) +
-            ",\"reason\":\"QUEUE_NOT_ENABLED\",\"remainingMillis\":0,\"payload\":"
-            "\"\",\"queueId\":" +
-            std::to_string(document.GetInt()) + "}]}";
-        return answer;
+        return GatekeeperRestricted(Local().summonerId, "QUEUE_NOT_ENABLED", 0, "",
+                                    document.GetInt());
     }
     // Already in a game: the service says so, and the client quits the old
     // one before it takes the new lobby.
@@ -395,14 +402,8 @@ ServiceAnswer ServiceSimulator::Game::JoinPremade(const std::string& payload,
         return CallFailed("PREMADE_NOT_FOUND");
     }
     if (slots_.size() >= 5) {
-        ServiceAnswer answer;
-        answer.method = "gatekeeperRestrictedV2";
-        answer.payload =
-            "{\"gatekeeperRestrictions\":[{\"summonerId\":" + std::to_string(Local().summonerId) +
-            ",\"reason\":\"MAX_PREMADE_SIZE_VIOLATED\",\"remainingMillis\":0,"
-            "\"payload\":\"\",\"queueId\":" +
-            std::to_string(options_.queueId) + "}]}";
-        return answer;
+        return GatekeeperRestricted(Local().summonerId, "MAX_PREMADE_SIZE_VIOLATED", 0, "",
+                                    options_.queueId);
     }
     invitation_.reset();
     JoinLobby(0);
@@ -522,13 +523,8 @@ ServiceAnswer ServiceSimulator::Game::StartMatchmaking(const std::string& payloa
         env_.Narrate("service",
                      "refuses the normal queue: you left a game early; low-priority "
                      "queue for 5 minutes");
-        ServiceAnswer answer;
-        answer.method = "gatekeeperRestrictedV2";
-        answer.payload =
-            "{\"gatekeeperRestrictions\":[{\"summonerId\":" + std::to_string(Local().summonerId) +
-            ",\"reason\":\"QUITGUARDED\",\"remainingMillis\":300000,\"payload\":" + Quote(token_) +
-            ",\"queueId\":" + std::to_string(options_.queueId) + "}]}";
-        return answer;
+        return GatekeeperRestricted(Local().summonerId, "QUITGUARDED", 300000, token_,
+                                    options_.queueId);
     }
     lowPriority_ = scenario_.leaverPenalty;
     premadeReason_.clear();

@@ -1,6 +1,6 @@
 // The plugin's only exported symbol.
 #include "framework/host/HostAbi.h"
-#include "framework/host/PluginEntry.h"
+#include "framework/module/PluginEntry.h"
 #include "teambuilder/lobby/LobbyTeamBuilderPlugin.h"
 
 extern "C" QEL_PLUGIN_EXPORT void QEL_HOST_CALL

@@ -12,8 +12,8 @@
 #include "framework/binding/NativeConversion.h"
 #include "framework/binding/TypeRegistration.h"
 #include "framework/codec/Json.h"
-#include "framework/dispatch/EndpointRoutes.h"
-#include "framework/host/PluginEntry.h"
+#include "framework/module/EndpointRoutes.h"
+#include "framework/module/PluginEntry.h"
 
 namespace {
 

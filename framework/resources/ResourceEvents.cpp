@@ -6,11 +6,11 @@
 #include <cstring>
 #include <limits>
 #include <string>
+#include <vector>
 
 #include "framework/binding/MessageFormat.h"
 #include "framework/host/HostValueConversion.h"
-#include "framework/host/ResourceEventKey.h"
-#include "framework/rest/RestCalls.h"
+#include "framework/resources/ResourceEventKey.h"
 
 namespace Orvan::Framework {
 
@@ -75,28 +75,46 @@ Maybe<> ResourceEventPayload(std::string_view uri, PluginResourceEventType event
 
 }  // namespace
 
-Maybe<> AppModule::SendEvent(std::string_view baseEventName, const Resource& resource) {
-    return SendResourceEvent(baseEventName, resource.uri, resource.eventType, resource.data);
+Maybe<> ResourceEvents::Subscribe(std::string_view uri) {
+    std::string key = ResourceEventKey(uri);
+    if (++subscriptionCounts_[key] == 1) {
+        Trace("%s: Subscribing to event: %s", shortName_.c_str(), key.c_str());
+        events_.Register(
+            key, ResourceHandler([this](const Resource& resource) { Dispatch(resource); }), 0);
+    }
+    return Maybe<>::Success();
 }
 
-Maybe<> AppModule::SendResourceEvent(std::string_view baseEventName, std::string_view uri,
-                                     PluginResourceEventType eventType,
-                                     const BindingProperty& data) {
+Maybe<> ResourceEvents::Unsubscribe(std::string_view uri) {
     const std::string key = ResourceEventKey(uri);
-    Trace("%s: Sending event: %s", ShortName().c_str(), key.c_str());
+    auto count = subscriptionCounts_.find(key);
+    if (count == subscriptionCounts_.end() || count->second == 0) {
+        return Maybe<>::Success();
+    }
+    if (--count->second == 0) {
+        events_.Unregister(key);
+        Trace("%s: Unsubscribing to event: %s", shortName_.c_str(), key.c_str());
+    }
+    return Maybe<>::Success();
+}
+
+Maybe<> ResourceEvents::Send(std::string_view baseEventName, std::string_view uri,
+                             PluginResourceEventType eventType, const BindingProperty& data) {
+    const std::string key = ResourceEventKey(uri);
+    Trace("%s: Sending event: %s", shortName_.c_str(), key.c_str());
 
     // Released as a whole when the call returns; the host copies what it
     // keeps.
     HostValueArena arena;
     HostValue payload{};
-    if (Maybe<> converted = ResourceEventPayload(uri, eventType, data, Registry(), arena, payload);
+    if (Maybe<> converted = ResourceEventPayload(uri, eventType, data, registry_, arena, payload);
         !converted) {
         return Failure(converted.GetFailure().message);
     }
     HostEvent event{};
     event.name = key.c_str();
     event.payload = payload;
-    CallHostEmitEvent(&event);
+    host_.EmitEvent(&event);
     if (key != baseEventName) {
         // Subscribers of every resource event get it under the base name.
         std::string base;
@@ -108,41 +126,74 @@ Maybe<> AppModule::SendResourceEvent(std::string_view baseEventName, std::string
         event = HostEvent{};
         event.name = baseName;
         event.payload = payload;
-        CallHostEmitEvent(&event);
+        host_.EmitEvent(&event);
     }
     return Maybe<>::Success();
 }
 
-void AppModule::PublishResourceValue(std::string_view uri, PluginResourceEventType eventType,
-                                     const BindingProperty& data) {
-    Maybe<> sent = SendResourceEvent(kJsonApiEvent, uri, eventType, data);
+void ResourceEvents::PublishValue(std::string_view uri, PluginResourceEventType eventType,
+                                  const BindingProperty& data) {
+    Maybe<> sent = Send(kJsonApiEvent, uri, eventType, data);
     if (!sent) {
-        Trace("%s: Couldn't send event for uri \"%.*s\": %s", ShortName().c_str(),
+        Trace("%s: Couldn't send event for uri \"%.*s\": %s", shortName_.c_str(),
               static_cast<int>(uri.size()), uri.data(), sent.GetFailure().message.c_str());
     }
 }
 
-void AppModule::DeleteResource(std::string_view uri) {
-    PublishResourceValue(uri, PluginResourceEventType::Delete, BindingProperty());
+void ResourceEvents::SetExactHandler(std::string_view uri, ResourceHandler handler) {
+    exactHandlers_[std::string(uri)] = std::move(handler);
 }
 
-void AppModule::AddResourceHandler(std::string_view uri, ResourceHandler handler) {
-    const bool pattern = uri.find('*') != std::string_view::npos;
-    if (pattern) {
-        SetPatternResourceHandler(uri, handler);
-    } else {
-        SetExactResourceHandler(uri, handler);
+void ResourceEvents::SetPatternHandler(std::string_view pattern, ResourceHandler handler) {
+    patternHandlers_[std::string(pattern)] = std::move(handler);
+}
+
+bool ResourceEvents::StoreHandler(std::string_view uri, const ResourceHandler& handler) {
+    if (uri.find('*') != std::string_view::npos) {
+        SetPatternHandler(uri, handler);
+        return false;
     }
-    (void)Subscribe(uri);
-    if (pattern) {
-        return;
-    }
+    SetExactHandler(uri, handler);
+    return true;
+}
+
+void ResourceEvents::HandOverCurrent(std::string_view uri, const ResourceHandler& handler) {
     // The current value, so the handler need not wait for the first change.
-    // A resource that cannot be read yet simply waits for its first event.
-    Maybe<BindingProperty> current = RequestValue<BindingProperty>(HttpMethod::Get, uri);
+    Maybe<BindingProperty> current = rest_.RequestValue<BindingProperty>(HttpMethod::Get, uri);
     if (current && handler) {
         handler(Resource{std::string(uri), PluginResourceEventType::Create,
                          std::move(current).Value()});
+    }
+}
+
+void ResourceEvents::ClearHandlers() {
+    exactHandlers_.clear();
+    patternHandlers_.clear();
+}
+
+void ResourceEvents::Dispatch(const Resource& event) {
+    Resource resource = event;
+    if (resource.uri.empty() || resource.uri.front() != '/') {
+        resource.uri = "/" + resource.uri;
+    }
+    // Handlers may add or remove handlers; work on copies.
+    ResourceHandler exact;
+    if (auto found = exactHandlers_.find(resource.uri); found != exactHandlers_.end()) {
+        exact = found->second;
+    }
+    std::vector<ResourceHandler> matching;
+    for (const auto& [pattern, handler] : patternHandlers_) {
+        if (ResourcePatternMatches(pattern, resource.uri)) {
+            matching.push_back(handler);
+        }
+    }
+    if (exact) {
+        exact(resource);
+    }
+    for (const ResourceHandler& handler : matching) {
+        if (handler) {
+            handler(resource);
+        }
     }
 }
 

@@ -64,8 +64,10 @@ private:
 // nobody read) and released when the call ends, whatever the outcome.
 class HostCall {
 public:
-    HostCall(AppModule& module, HttpMethod method, std::string_view url)
-        : module_(module),
+    HostCall(HostEntries& host, const BindingTypeRegistry& registry, HttpMethod method,
+             std::string_view url)
+        : host_(host),
+          registry_(registry),
           code_(HostMethodCode(static_cast<uint32_t>(method))),
           methodName_(HttpMethodName(code_)),
           url_(url) {}
@@ -87,7 +89,7 @@ public:
             return Fail(400, kNotSentTemplate, arguments.Error());
         }
         HostArguments hostArguments;
-        if (Maybe<> filled = hostArguments.Fill(arguments.Values(), module_.Registry()); !filled) {
+        if (Maybe<> filled = hostArguments.Fill(arguments.Values(), registry_); !filled) {
             return Fail(400, kNotSentTemplate, filled.GetFailure().message);
         }
         HostRequest request{};
@@ -95,9 +97,9 @@ public:
         request.uri = url_.c_str();
         request.arguments = hostArguments.Data();
         request.argumentCount = hostArguments.Count();
-        request.pluginHandle = module_.PluginHandle();
+        request.pluginHandle = host_.PluginHandle();
         called_ = true;
-        module_.CallHostRequest(&reply_, &request);
+        host_.Request(&reply_, &request);
         if (reply_.errorText != nullptr) {
             return Fail(reply_.status, kErrorResponseTemplate, reply_.errorText);
         }
@@ -105,7 +107,7 @@ public:
     }
 
     // The reply's body, streamed or inline, handed to the sink.
-    Maybe<> Deliver(const AppModule::RestValueSink& sink) {
+    Maybe<> Deliver(const RestValueSink& sink) {
         BindingProperty body;
         if (reply_.read != nullptr) {
             std::string text;
@@ -152,7 +154,7 @@ private:
                 return Maybe<>::Success();
             }
             if (length < kStreamChunk) {
-                module_.Yield();
+                Yield(host_);
             }
         }
     }
@@ -168,7 +170,8 @@ private:
         return MakeFailure(code, tmpl, {{"method", methodName_}, {"url", url_}, {"error", error}});
     }
 
-    AppModule& module_;
+    HostEntries& host_;
+    const BindingTypeRegistry& registry_;
     uint32_t code_;
     std::string_view methodName_;
     std::string url_;
@@ -179,9 +182,9 @@ private:
 
 }  // namespace
 
-Maybe<> AppModule::SendRestRequest(HttpMethod method, std::string_view url,
-                                   const RestArguments& arguments, const RestValueSink* sink) {
-    HostCall call(*this, method, url);
+Maybe<> RestClient::Send(HttpMethod method, std::string_view url, const RestArguments& arguments,
+                         const RestValueSink* sink) {
+    HostCall call(host_, registry_, method, url);
     QEL_RETURN_IF_FAILED(call.Send(arguments));
     if (sink == nullptr) {
         return Maybe<>::Success();
@@ -189,9 +192,9 @@ Maybe<> AppModule::SendRestRequest(HttpMethod method, std::string_view url,
     return call.Deliver(*sink);
 }
 
-Maybe<> AppModule::RequestNamed(HttpMethod method, std::string_view url,
-                                const NamedArguments& arguments) {
-    return SendRestRequest(method, url, RestArguments::FromNamed(arguments), nullptr);
+Maybe<> RestClient::RequestNamed(HttpMethod method, std::string_view url,
+                                 const NamedArguments& arguments) {
+    return Send(method, url, RestArguments::FromNamed(arguments), nullptr);
 }
 
 }  // namespace Orvan::Framework

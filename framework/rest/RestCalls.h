@@ -1,6 +1,5 @@
-// REST calls to other plugins' endpoints: the AppModule operations Request,
-// RequestValue and RequestNamed (declared in AppModule.h, templates defined
-// here; include this header to call them).
+// RestClient: REST calls to other plugins' endpoints through host entry 0,
+// behind the module's Request, RequestValue and RequestNamed.
 //
 //   Maybe<> sent = module.Request(HttpMethod::Post, "/qel-gameflow/v1/session/event", "name");
 //   Maybe<LoginSession> session =
@@ -22,12 +21,13 @@
 // Threads: the host's thread.
 #pragma once
 
+#include <functional>
 #include <string_view>
 #include <type_traits>
 
 #include "framework/binding/NativeConversion.h"
 #include "framework/dispatch/HttpMethod.h"
-#include "framework/host/AppModule.h"
+#include "framework/host/HostEntries.h"
 #include "framework/rest/RestArguments.h"
 
 namespace Orvan::Framework {
@@ -35,27 +35,50 @@ namespace Orvan::Framework {
 // Root name of a reply body in conversion messages.
 inline constexpr std::string_view kRestResultName = "<result>";
 
-template <class... Args>
-Maybe<> AppModule::Request(HttpMethod method, std::string_view url, const Args&... arguments) {
-    return SendRestRequest(method, url, RestArguments::Of(Registry(), arguments...), nullptr);
-}
+// Receives a reply body; a failure becomes the call's conversion failure.
+using RestValueSink = std::function<Maybe<>(const BindingProperty&)>;
 
-template <class T, class... Args>
-Maybe<T> AppModule::RequestValue(HttpMethod method, std::string_view url,
-                                 const Args&... arguments) {
-    T value{};
-    const BindingTypeRegistry& registry = Registry();
-    const RestValueSink sink = [&value, &registry](const BindingProperty& body) -> Maybe<> {
-        if constexpr (std::is_same_v<T, BindingProperty>) {
-            value = body;
-            return Maybe<>::Success();
-        } else {
-            return AssignFromProperty(registry, body, kRestResultName, value);
-        }
-    };
-    QEL_RETURN_IF_FAILED(
-        SendRestRequest(method, url, RestArguments::Of(registry, arguments...), &sink));
-    return value;
-}
+class RestClient {
+public:
+    RestClient(HostEntries& host, const BindingTypeRegistry& registry)
+        : host_(host), registry_(registry) {}
+    RestClient(const RestClient&) = delete;
+    RestClient& operator=(const RestClient&) = delete;
+
+    // The arguments go positionally, converted through the registry.
+    template <class... Args>
+    Maybe<> Request(HttpMethod method, std::string_view url, const Args&... arguments) {
+        return Send(method, url, RestArguments::Of(registry_, arguments...), nullptr);
+    }
+
+    // The reply body converted into T (text, BindingProperty or any type the
+    // registry converts).
+    template <class T, class... Args>
+    Maybe<T> RequestValue(HttpMethod method, std::string_view url, const Args&... arguments) {
+        T value{};
+        const BindingTypeRegistry& registry = registry_;
+        const RestValueSink sink = [&value, &registry](const BindingProperty& body) -> Maybe<> {
+            if constexpr (std::is_same_v<T, BindingProperty>) {
+                value = body;
+                return Maybe<>::Success();
+            } else {
+                return AssignFromProperty(registry, body, kRestResultName, value);
+            }
+        };
+        QEL_RETURN_IF_FAILED(Send(method, url, RestArguments::Of(registry, arguments...), &sink));
+        return value;
+    }
+
+    // The pairs go as one object argument.
+    Maybe<> RequestNamed(HttpMethod method, std::string_view url, const NamedArguments& arguments);
+
+    // The call itself; with a sink the reply body is read and handed to it.
+    Maybe<> Send(HttpMethod method, std::string_view url, const RestArguments& arguments,
+                 const RestValueSink* sink);
+
+private:
+    HostEntries& host_;
+    const BindingTypeRegistry& registry_;
+};
 
 }  // namespace Orvan::Framework

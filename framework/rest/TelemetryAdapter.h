@@ -4,7 +4,7 @@
 // future that is already fulfilled with the outcome.
 //
 // Ownership: the module owns its adapter (created at start) and outlives it;
-// the adapter only refers to the module. Threads: the host's thread.
+// the adapter only refers to the module's REST client. Threads: the host's thread.
 #pragma once
 
 #include <future>
@@ -15,13 +15,13 @@
 
 namespace Orvan::Framework {
 
-class AppModule;
+class RestClient;
 
 inline constexpr std::string_view kTelemetryEventsPath = "/telemetry/v1/events/";
 
 class TelemetryAdapter {
 public:
-    explicit TelemetryAdapter(AppModule& module) : module_(module) {}
+    explicit TelemetryAdapter(RestClient& rest) : rest_(rest) {}
     TelemetryAdapter(const TelemetryAdapter&) = delete;
     TelemetryAdapter& operator=(const TelemetryAdapter&) = delete;
 
@@ -29,7 +29,7 @@ public:
                                             const NamedArguments& values);
 
 private:
-    AppModule& module_;
+    RestClient& rest_;
 };
 
 }  // namespace Orvan::Framework

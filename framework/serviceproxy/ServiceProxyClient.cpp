@@ -1,13 +1,11 @@
 // Sending service-proxy requests, delivering their errors, registering the
-// handlers of pushed messages, and turning answers into results. The answer
-// events themselves and the matcher live with the module's event dispatch
-// (framework/host/AppModuleEvents.cpp).
+// handlers of pushed messages, matching answers to their callers, and turning
+// answers into results.
 #include "framework/serviceproxy/ServiceProxyClient.h"
 
 #include <mutex>
 
 #include "framework/log/Log.h"
-#include "framework/rest/RestCalls.h"
 
 namespace Orvan::Framework {
 
@@ -57,50 +55,28 @@ Maybe<BindingProperty> ParseServiceProxyPayload(std::string_view payload,
     return value;
 }
 
-Maybe<AppModule::ServiceProxyRawResponse> ToServiceProxyRawResponse(
-    const PluginServiceProxyResponse& answer) {
-    if (!answer.error.empty()) {
-        return Failure(answer.error);
-    }
-    Maybe<BindingProperty> payload =
-        ParseServiceProxyPayload(answer.payload, StaticType::Of<BindingProperty>().name);
-    if (!payload) {
-        return std::move(payload).GetFailure();
-    }
-    return AppModule::ServiceProxyRawResponse{answer.methodName, std::move(payload).Value(),
-                                              answer.status};
-}
-
-std::string DescribeServiceProxyResponse(
-    const Maybe<AppModule::ServiceProxyRawResponse>& response) {
-    if (!response) {
-        return response.GetFailure().message;
-    }
-    return Format("methodName=%1, status=%2", response->methodName, response->status);
-}
-
 // ---- Requests -----------------------------------------------------------------
 
-std::string AppModule::SendSerializedServiceProxyRequest(std::string_view service,
-                                                         std::string_view method,
-                                                         const Maybe<std::string>& payload,
-                                                         std::string_view responseMethod,
-                                                         std::string_view extra,
-                                                         const ServiceProxyHandler& completion) {
-    if (IsFinalizing()) {
+std::string ServiceProxyClient::SendSerialized(std::string_view service, std::string_view method,
+                                               const Maybe<std::string>& payload,
+                                               std::string_view responseMethod,
+                                               std::string_view extra,
+                                               const ServiceProxyHandler& completion) {
+    if (finalizing_.load(std::memory_order_acquire)) {
         return kFinalizing;
     }
     if (!payload) {
         return payload.GetFailure().message;
     }
     const std::string name = Format("%1.%2", service, method);
-    Log(kAlways, kGroupDbg, "%s: Preparing service proxy request: %s", ShortName().c_str(),
+    Log(kAlways, kGroupDbg, "%s: Preparing service proxy request: %s", shortName_.c_str(),
         name.c_str());
 
     std::string key;
     if (responseMethod.empty()) {
-        Maybe<std::string> uuid = RequestValue<std::string>(
-            HttpMethod::Post, kServiceProxyUuidRequests, service, method, PluginHandle(), *payload);
+        Maybe<std::string> uuid =
+            rest_.RequestValue<std::string>(HttpMethod::Post, kServiceProxyUuidRequests, service,
+                                            method, host_.PluginHandle(), *payload);
         if (!uuid) {
             return uuid.GetFailure().message;
         }
@@ -109,27 +85,28 @@ std::string AppModule::SendSerializedServiceProxyRequest(std::string_view servic
         key = Format("%1.%2", service, responseMethod);
         bool inFlight = false;
         {
-            std::lock_guard lock(serviceProxyMutex_);
+            std::lock_guard lock(mutex_);
             inFlight = completionCallbacks_.count(key) != 0;
         }
         if (inFlight) {
             Log(kError, kGroupDbg,
                 "%s: Could not invoke service proxy as request is already in flight",
-                ShortName().c_str());
+                shortName_.c_str());
             return kAlreadyInFlight;
         }
         // The host may deliver the answer while this POST runs; it then
         // waits among the unmatched answers until the caller is stored below.
-        Maybe<> posted = Request(HttpMethod::Post, kServiceProxyMethodRequests, service, method,
-                                 responseMethod, extra, PluginHandle(), *payload);
+        Maybe<> posted =
+            rest_.Request(HttpMethod::Post, kServiceProxyMethodRequests, service, method,
+                          responseMethod, extra, host_.PluginHandle(), *payload);
         if (!posted) {
             return posted.GetFailure().message;
         }
     }
-    Log(kAlways, kGroupDbg, "%s: Started service proxy request: %s (%s)", ShortName().c_str(),
+    Log(kAlways, kGroupDbg, "%s: Started service proxy request: %s (%s)", shortName_.c_str(),
         name.c_str(), key.c_str());
     {
-        std::lock_guard lock(serviceProxyMutex_);
+        std::lock_guard lock(mutex_);
         // The matcher calls what it finds; a caller that wants nothing gets
         // a callable that does nothing.
         completionCallbacks_[key] =
@@ -139,13 +116,11 @@ std::string AppModule::SendSerializedServiceProxyRequest(std::string_view servic
     return {};
 }
 
-void AppModule::InvokeSerializedServiceProxy(std::string_view service, std::string_view method,
-                                             const Maybe<std::string>& payload,
-                                             std::string_view responseMethod,
-                                             std::string_view extra,
-                                             ServiceProxyHandler completion) {
-    std::string error = SendSerializedServiceProxyRequest(service, method, payload, responseMethod,
-                                                          extra, completion);
+void ServiceProxyClient::InvokeSerialized(std::string_view service, std::string_view method,
+                                          const Maybe<std::string>& payload,
+                                          std::string_view responseMethod, std::string_view extra,
+                                          ServiceProxyHandler completion) {
+    std::string error = SendSerialized(service, method, payload, responseMethod, extra, completion);
     if (error.empty()) {
         return;
     }
@@ -155,24 +130,83 @@ void AppModule::InvokeSerializedServiceProxy(std::string_view service, std::stri
     failed.serviceName = std::string(service);
     failed.methodName = std::string(method);
     failed.error = std::move(error);
-    ScheduleAt(Format("%1.%2", service, method), Clock::now(),
-               [completion = std::move(completion), failed = std::move(failed)] {
-                   if (completion) {
-                       completion(failed);
-                   }
-               });
+    delayedCalls_.ScheduleAt(Format("%1.%2", service, method), DelayedCalls::Clock::now(),
+                             [completion = std::move(completion), failed = std::move(failed)] {
+                                 if (completion) {
+                                     completion(failed);
+                                 }
+                             });
 }
 
-void AppModule::RegisterServiceProxyHandler(std::string_view service, std::string_view method,
-                                            ServiceProxyHandler handler) {
+void ServiceProxyClient::RegisterHandler(std::string_view service, std::string_view method,
+                                         ServiceProxyHandler handler) {
     {
-        std::lock_guard lock(serviceProxyMutex_);
+        std::lock_guard lock(mutex_);
         asyncHandlers_[Format("%1.%2", service, method)] = std::move(handler);
     }
     // Whether the login plugin took the registration changes nothing here:
     // without it the messages just never come.
-    (void)Request(HttpMethod::Post, Format(kServiceProxyAsyncRequests, service, method),
-                  PluginHandle());
+    (void)rest_.Request(HttpMethod::Post, Format(kServiceProxyAsyncRequests, service, method),
+                        host_.PluginHandle());
+}
+
+// ---- Answers ------------------------------------------------------------------
+
+void ServiceProxyClient::OnUuidAnswer(const PluginServiceProxyResponse& response) {
+    {
+        std::lock_guard lock(mutex_);
+        unmatchedAnswers_[response.uuid] = response;
+    }
+    MatchPendingAnswers();
+}
+
+void ServiceProxyClient::OnMethodAnswer(const PluginServiceProxyResponse& response) {
+    {
+        std::lock_guard lock(mutex_);
+        unmatchedAnswers_[Format("%1.%2", response.serviceName, response.methodName)] = response;
+    }
+    MatchPendingAnswers();
+}
+
+void ServiceProxyClient::OnAsyncMessage(const PluginServiceProxyResponse& response) {
+    const std::string key = Format("%1.%2", response.serviceName, response.methodName);
+    ServiceProxyHandler handler;
+    {
+        std::lock_guard lock(mutex_);
+        if (auto found = asyncHandlers_.find(key); found != asyncHandlers_.end()) {
+            handler = found->second;
+        }
+    }
+    if (handler) {
+        handler(response);
+    } else {
+        Log(kError, kGroupDbg,
+            "%s: Could not find registered handler for async service proxy event %s",
+            shortName_.c_str(), key.c_str());
+    }
+}
+
+void ServiceProxyClient::MatchPendingAnswers() {
+    std::lock_guard lock(mutex_);
+    for (auto answer = unmatchedAnswers_.begin(); answer != unmatchedAnswers_.end(); ++answer) {
+        auto callback = completionCallbacks_.find(answer->first);
+        if (callback == completionCallbacks_.end()) {
+            continue;
+        }
+        callback->second(answer->second);
+        Log(kAlways, kGroupDbg, "%s: Fulfilled service proxy request: %s", shortName_.c_str(),
+            answer->first.c_str());
+        completionCallbacks_.erase(callback);
+        unmatchedAnswers_.erase(answer);
+        return;
+    }
+}
+
+void ServiceProxyClient::Clear() {
+    std::lock_guard lock(mutex_);
+    completionCallbacks_.clear();
+    asyncHandlers_.clear();
+    unmatchedAnswers_.clear();
 }
 
 }  // namespace Orvan::Framework

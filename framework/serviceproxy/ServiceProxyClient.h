@@ -1,9 +1,8 @@
-// The service-proxy client: calls to game services through the login
-// plugin's service-proxy endpoints, and the messages the services push. The
-// AppModule operations SendServiceProxyRequest, InvokeServiceProxy,
-// CallServiceProxyRaw, CallServiceProxy<T> and RegisterServiceProxyHandler
-// are declared in AppModule.h; their templates are defined here (include this
-// header to call them).
+// ServiceProxyClient: calls to game services through the login plugin's
+// service-proxy endpoints, and the messages the services push; behind the
+// module's SendServiceProxyRequest, InvokeServiceProxy, CallServiceProxyRaw,
+// CallServiceProxy<T> and RegisterServiceProxyHandler (the module turns
+// answers into its raw responses).
 //
 //   std::future<Maybe<AppModule::ServiceProxyRawResponse>> raw =
 //       module.CallServiceProxyRaw("wardSkins", "requestSelectedWardSkin", payload,
@@ -25,17 +24,22 @@
 // parse or convert fails with
 //   "Failed to deserialize response payload \"{payload}\" to a {type}".
 //
-// Threads: the host's thread. Completions run under the service-proxy mutex
-// and must not send requests; handlers of pushed messages run without it and
-// may.
+// Ownership: owns the callers waiting by request key, the handlers of pushed
+// messages by "service.method" and the answers not matched yet by key.
+// Threads: the host's thread. One mutex guards the three maps. Completions
+// run under it and must not send requests; handlers of pushed messages run
+// without it and may.
 #pragma once
 
+#include <atomic>
 #include <cstddef>
 #include <functional>
 #include <future>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 #include <utility>
 
 #include "framework/binding/BindingTypeRegistry.h"
@@ -43,8 +47,10 @@
 #include "framework/binding/NativeConversion.h"
 #include "framework/binding/StaticType.h"
 #include "framework/codec/Json.h"
-#include "framework/host/AppModule.h"
-#include "framework/rest/RestArguments.h"
+#include "framework/host/DelayedCalls.h"
+#include "framework/host/HostEvents.h"
+#include "framework/log/LogRecord.h"
+#include "framework/rest/RestCalls.h"
 
 namespace Orvan::Framework {
 
@@ -76,14 +82,6 @@ Failure ServiceProxyDeserializationFailure(std::string_view payload, std::string
 // An answer payload converted into T.
 template <class T>
 Maybe<T> ConvertServiceProxyPayload(const BindingTypeRegistry& registry, std::string_view payload);
-
-// The answer handed to raw callers; an answer carrying an error text fails
-// with that text.
-Maybe<AppModule::ServiceProxyRawResponse> ToServiceProxyRawResponse(
-    const PluginServiceProxyResponse& answer);
-
-// "methodName=%1, status=%2" for an answer, the failure's message otherwise.
-std::string DescribeServiceProxyResponse(const Maybe<AppModule::ServiceProxyRawResponse>& response);
 
 // ---- Template definitions -------------------------------------------------
 
@@ -132,73 +130,114 @@ Maybe<T> ConvertServiceProxyPayload(const BindingTypeRegistry& registry, std::st
     return result;
 }
 
-template <class P>
-std::string AppModule::SendServiceProxyRequest(std::string_view service, std::string_view method,
-                                               const P& payload, std::string_view responseMethod,
-                                               std::string_view extra,
-                                               const ServiceProxyHandler& completion) {
-    return SendSerializedServiceProxyRequest(service, method,
-                                             SerializeServiceProxyPayload(Registry(), payload),
-                                             responseMethod, extra, completion);
-}
+class ServiceProxyClient {
+public:
+    ServiceProxyClient(HostEntries& host, RestClient& rest, DelayedCalls& delayedCalls,
+                       const BindingTypeRegistry& registry, const std::string& shortName,
+                       const std::atomic<bool>& finalizing)
+        : host_(host),
+          rest_(rest),
+          delayedCalls_(delayedCalls),
+          registry_(registry),
+          shortName_(shortName),
+          finalizing_(finalizing) {}
+    ServiceProxyClient(const ServiceProxyClient&) = delete;
+    ServiceProxyClient& operator=(const ServiceProxyClient&) = delete;
 
-template <class P>
-void AppModule::InvokeServiceProxy(std::string_view service, std::string_view method,
-                                   const P& payload, std::string_view responseMethod,
-                                   std::string_view extra, ServiceProxyHandler completion) {
-    InvokeSerializedServiceProxy(service, method, SerializeServiceProxyPayload(Registry(), payload),
-                                 responseMethod, extra, std::move(completion));
-}
+    // Starts a request; the error text, or empty when it was started. An
+    // empty response method makes it uuid-based.
+    std::string SendSerialized(std::string_view service, std::string_view method,
+                               const Maybe<std::string>& payload, std::string_view responseMethod,
+                               std::string_view extra, const ServiceProxyHandler& completion);
+    // The same; an error reaches the completion on a later host turn.
+    void InvokeSerialized(std::string_view service, std::string_view method,
+                          const Maybe<std::string>& payload, std::string_view responseMethod,
+                          std::string_view extra, ServiceProxyHandler completion);
 
-template <class P>
-std::future<Maybe<AppModule::ServiceProxyRawResponse>> AppModule::CallServiceProxyRaw(
-    std::string_view service, std::string_view method, const P& payload,
-    std::string_view responseMethod, std::string_view extra) {
-    auto answer = std::make_shared<Detail::ServiceProxyAnswer<Maybe<ServiceProxyRawResponse>>>();
-    std::future<Maybe<ServiceProxyRawResponse>> future = answer->Future();
-    InvokeServiceProxy(service, method, payload, responseMethod, extra,
-                       [answer](const PluginServiceProxyResponse& response) {
-                           answer->Answer(ToServiceProxyRawResponse(response));
-                       });
-    return future;
-}
+    template <class P>
+    std::string Send(std::string_view service, std::string_view method, const P& payload,
+                     std::string_view responseMethod, std::string_view extra,
+                     const ServiceProxyHandler& completion) {
+        return SendSerialized(service, method, SerializeServiceProxyPayload(registry_, payload),
+                              responseMethod, extra, completion);
+    }
+    template <class P>
+    void Invoke(std::string_view service, std::string_view method, const P& payload,
+                std::string_view responseMethod, std::string_view extra,
+                ServiceProxyHandler completion) {
+        InvokeSerialized(service, method, SerializeServiceProxyPayload(registry_, payload),
+                         responseMethod, extra, std::move(completion));
+    }
+    template <class T, class P>
+    std::future<Maybe<T>> Call(std::string_view service, std::string_view method, const P& payload,
+                               std::string_view responseMethod, std::string_view extra);
+
+    // Handlers of pushed messages; they run without the mutex.
+    void RegisterHandler(std::string_view service, std::string_view method,
+                         ServiceProxyHandler handler);
+    // A handler that converts the payload into T first.
+    template <class T>
+    ServiceProxyHandler Typed(std::function<void(const T&)> handler) const;
+
+    // The three answer events.
+    void OnUuidAnswer(const PluginServiceProxyResponse& response);
+    void OnMethodAnswer(const PluginServiceProxyResponse& response);
+    void OnAsyncMessage(const PluginServiceProxyResponse& response);
+
+    void Clear();
+
+private:
+    // Discarded trace lines; the arguments are still checked.
+    static void Trace(const char* format, ...) QEL_PRINTF_FORMAT(1, 2);
+    // Delivers at most one unmatched answer to its waiting caller.
+    void MatchPendingAnswers();
+
+    HostEntries& host_;
+    RestClient& rest_;
+    DelayedCalls& delayedCalls_;
+    const BindingTypeRegistry& registry_;
+    const std::string& shortName_;
+    const std::atomic<bool>& finalizing_;
+
+    std::mutex mutex_;
+    std::unordered_map<std::string, ServiceProxyHandler> completionCallbacks_;
+    std::unordered_map<std::string, ServiceProxyHandler> asyncHandlers_;
+    std::unordered_map<std::string, PluginServiceProxyResponse> unmatchedAnswers_;
+};
+
+inline void ServiceProxyClient::Trace(const char*, ...) {}
 
 template <class T, class P>
-std::future<Maybe<T>> AppModule::CallServiceProxy(std::string_view service, std::string_view method,
-                                                  const P& payload, std::string_view responseMethod,
-                                                  std::string_view extra) {
+std::future<Maybe<T>> ServiceProxyClient::Call(std::string_view service, std::string_view method,
+                                               const P& payload, std::string_view responseMethod,
+                                               std::string_view extra) {
     auto answer = std::make_shared<Detail::ServiceProxyAnswer<Maybe<T>>>();
     std::future<Maybe<T>> future = answer->Future();
-    InvokeServiceProxy(
-        service, method, payload, responseMethod, extra,
-        [this, answer](const PluginServiceProxyResponse& response) {
-            if (!response.error.empty()) {
-                answer->Answer(Failure(response.error));
-            } else {
-                answer->Answer(ConvertServiceProxyPayload<T>(Registry(), response.payload));
-            }
-        });
+    Invoke(service, method, payload, responseMethod, extra,
+           [this, answer](const PluginServiceProxyResponse& response) {
+               if (!response.error.empty()) {
+                   answer->Answer(Failure(response.error));
+               } else {
+                   answer->Answer(ConvertServiceProxyPayload<T>(registry_, response.payload));
+               }
+           });
     return future;
 }
 
 template <class T>
-void AppModule::RegisterServiceProxyHandler(std::string_view service, std::string_view method,
-                                            std::function<void(const T&)> handler) {
-    RegisterServiceProxyHandler(
-        service, method,
-        ServiceProxyHandler(
-            [this, handler = std::move(handler)](const PluginServiceProxyResponse& message) {
-                Maybe<T> value = ConvertServiceProxyPayload<T>(Registry(), message.payload);
-                if (!value) {
-                    Trace("%s: Couldn't convert service proxy message %s.%s: %s",
-                          ShortName().c_str(), message.serviceName.c_str(),
-                          message.methodName.c_str(), value.GetFailure().message.c_str());
-                    return;
-                }
-                if (handler) {
-                    handler(*value);
-                }
-            }));
+ServiceProxyHandler ServiceProxyClient::Typed(std::function<void(const T&)> handler) const {
+    return [this, handler = std::move(handler)](const PluginServiceProxyResponse& message) {
+        Maybe<T> value = ConvertServiceProxyPayload<T>(registry_, message.payload);
+        if (!value) {
+            Trace("%s: Couldn't convert service proxy message %s.%s: %s", shortName_.c_str(),
+                  message.serviceName.c_str(), message.methodName.c_str(),
+                  value.GetFailure().message.c_str());
+            return;
+        }
+        if (handler) {
+            handler(*value);
+        }
+    };
 }
 
 }  // namespace Orvan::Framework

@@ -18,7 +18,7 @@
 #include <utility>
 
 #include "framework/binding/BindingProperty.h"
-#include "framework/host/PluginEntry.h"
+#include "framework/module/PluginEntry.h"
 #include "teambuilder/lobby/LobbyTeamBuilderPlugin.h"
 #include "tests/support/TestHost.h"
 

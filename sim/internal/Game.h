@@ -13,6 +13,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "sim/ServiceSimulator.h"
@@ -123,6 +124,13 @@ private:
     int32_t Uniform(int32_t low, int32_t high);  // inclusive
     double Seconds(double low, double high);     // scaled by the pace
     std::string Hex(int digits);
+    // Fisher-Yates from the back, one draw per position.
+    template <class T>
+    void Shuffle(std::vector<T>& items) {
+        for (size_t i = items.size(); i > 1; --i) {
+            std::swap(items[i - 1], items[Next() % i]);
+        }
+    }
     // Runs `task` later unless the simulator is gone or, when bound, the
     // game moved on to another phase meanwhile.
     void Later(double seconds, std::string label, std::function<void()> task, bool bound = true);

@@ -2,7 +2,7 @@
 // registered after the lobby routes, and the read routes of the session, its
 // timer and the champion lists. The reads derive everything from the stored
 // DTO and the draft inventory; nothing is cached for them.
-#include "framework/dispatch/EndpointRoutes.h"
+#include "framework/module/EndpointRoutes.h"
 #include "teambuilder/champselect/ChampSelectResources.h"
 #include "teambuilder/lobby/LobbyTeamBuilderPlugin.h"
 

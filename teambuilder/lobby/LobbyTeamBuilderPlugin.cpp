@@ -2,7 +2,7 @@
 
 #include <utility>
 
-#include "framework/dispatch/EndpointRoutes.h"
+#include "framework/module/EndpointRoutes.h"
 #include "framework/resources/ResourceEvents.h"
 #include "framework/serviceproxy/ServiceProxyClient.h"
 #include "teambuilder/lobby/RegisterTypes.h"

@@ -38,9 +38,9 @@
 #include "framework/binding/Failure.h"
 #include "framework/binding/NativeConversion.h"
 #include "framework/binding/StaticType.h"
-#include "framework/host/AppModule.h"
+#include "framework/module/AppModule.h"
+#include "framework/module/ServiceCaller.h"
 #include "framework/resources/TypedResource.h"
-#include "framework/serviceproxy/ServiceCaller.h"
 #include "teambuilder/lobby/GameDtoRecord.h"
 #include "teambuilder/lobby/LobbyRecords.h"
 

@@ -12,10 +12,10 @@
 
 #include "framework/binding/Failure.h"
 #include "framework/binding/TypeRegistration.h"
-#include "framework/dispatch/EndpointRoutes.h"
 #include "framework/dispatch/RequestDispatch.h"
 #include "framework/dispatch/RouteTable.h"
-#include "framework/host/PluginEntry.h"
+#include "framework/module/EndpointRoutes.h"
+#include "framework/module/PluginEntry.h"
 #include "tests/support/TestHost.h"
 
 namespace Orvan::Testing {

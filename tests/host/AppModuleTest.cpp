@@ -10,8 +10,8 @@
 #include <vector>
 
 #include "framework/host/HostValueConversion.h"
-#include "framework/host/ResourceEventKey.h"
 #include "framework/log/Log.h"
+#include "framework/resources/ResourceEventKey.h"
 #include "tests/host/support/TestModule.h"
 
 namespace Orvan::Testing {

@@ -6,10 +6,10 @@
 #include <utility>
 #include <vector>
 
+#include "framework/host/PluginLogTarget.h"
 #include "framework/log/FatalReport.h"
 #include "framework/log/Log.h"
 #include "framework/log/MemoryLogTarget.h"
-#include "framework/log/PluginLogTarget.h"
 
 namespace Orvan::Framework {
 namespace {

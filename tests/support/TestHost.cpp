@@ -16,9 +16,10 @@
 
 #include "framework/codec/Json.h"
 #include "framework/dispatch/HttpMethod.h"
-#include "framework/dispatch/RouteTable.h"
 #include "framework/host/HostValueConversion.h"
-#include "framework/host/ResourceEventKey.h"
+#include "framework/resources/ResourceEventKey.h"
+#include "host/RestMessage.h"
+#include "host/UrlTemplate.h"
 
 #ifndef QEL_PLUGIN_LIBRARY_PATH
 #error "QEL_PLUGIN_LIBRARY_PATH must name the plugin's shared object"
@@ -98,15 +99,6 @@ std::string HostValueJson(const HostValue& value) {
 
 std::string Text(const char* text) {
     return text != nullptr ? text : "<null>";
-}
-
-uint32_t MethodCode(std::string_view name) {
-    for (uint32_t code = 1; code <= 7; ++code) {
-        if (HttpMethodName(code) == name) {
-            return code;
-        }
-    }
-    return name == "CALL" ? kHostMethodDirectCall : 0;
 }
 
 struct StreamContext {
@@ -603,29 +595,13 @@ const EndpointRecord* TestHost::FindEndpoint(uint32_t method, std::string_view p
     if (api == nullptr || api->endpoints == nullptr) {
         return nullptr;
     }
-    if (method == kHostMethodDirectCall) {
-        for (uint32_t i = 0; i < api->endpointCount; ++i) {
-            const EndpointRecord& endpoint = api->endpoints[i];
-            if (endpoint.method == kHostMethodDirectCall && endpoint.function.name != nullptr &&
-                functionName == endpoint.function.name) {
-                return &endpoint;
-            }
-        }
-        return nullptr;
-    }
-    std::vector<RouteEntry> routes;
+    // The host's own choice, over the records the handshake handed out.
+    std::vector<const EndpointRecord*> endpoints;
+    endpoints.reserve(api->endpointCount);
     for (uint32_t i = 0; i < api->endpointCount; ++i) {
-        const EndpointRecord& endpoint = api->endpoints[i];
-        if (endpoint.method != method || endpoint.urlTemplate == nullptr) {
-            continue;
-        }
-        Maybe<RouteEntry> route = MakeRouteEntry(method, endpoint.urlTemplate, &endpoint);
-        if (route) {
-            routes.push_back(std::move(*route));
-        }
+        endpoints.push_back(&api->endpoints[i]);
     }
-    std::optional<RouteMatch> match = FindRoute(routes, method, path);
-    return match ? static_cast<const EndpointRecord*>(match->function) : nullptr;
+    return Host::PickEndpoint(endpoints, method, path, functionName);
 }
 
 TestHost::CallResult TestHost::Call(std::string_view method, std::string_view uri) {
@@ -643,7 +619,7 @@ TestHost::CallResult TestHost::Call(std::string_view method, std::string_view ur
                                     CallOptions options) {
     CallResult result;
     const uint32_t code =
-        options.functionName.empty() ? MethodCode(method) : uint32_t{kHostMethodDirectCall};
+        options.functionName.empty() ? Host::MethodCode(method) : uint32_t{kHostMethodDirectCall};
     const std::string uriText(uri);
     const std::string path = uriText.substr(0, uriText.find('?'));
     const EndpointRecord* endpoint = FindEndpoint(code, path, options.functionName);

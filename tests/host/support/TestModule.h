@@ -4,8 +4,8 @@
 // and reach the object with TestModuleOf(host).
 #pragma once
 
-#include "framework/host/AppModule.h"
-#include "framework/host/PluginEntry.h"
+#include "framework/module/AppModule.h"
+#include "framework/module/PluginEntry.h"
 #include "tests/support/TestHost.h"
 
 namespace Orvan::Testing {

@@ -14,11 +14,11 @@
 #include <vector>
 
 #include "framework/binding/TypeRegistration.h"
-#include "framework/host/PluginEntry.h"
 #include "framework/log/LogRecord.h"
+#include "framework/module/PluginEntry.h"
+#include "framework/module/ServiceCaller.h"
 #include "framework/resources/ResourceEvents.h"
 #include "framework/rest/RestCalls.h"
-#include "framework/serviceproxy/ServiceCaller.h"
 #include "framework/serviceproxy/ServiceProxyClient.h"
 #include "tests/support/TestHost.h"
 

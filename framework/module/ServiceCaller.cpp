@@ -1,4 +1,4 @@
-#include "framework/serviceproxy/ServiceCaller.h"
+#include "framework/module/ServiceCaller.h"
 
 #include "framework/log/Log.h"
 

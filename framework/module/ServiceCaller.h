@@ -19,7 +19,7 @@
 #include <string>
 #include <string_view>
 
-#include "framework/host/AppModule.h"
+#include "framework/module/AppModule.h"
 #include "framework/serviceproxy/ServiceProxyClient.h"
 
 namespace Orvan::Framework {

@@ -12,17 +12,21 @@
 // PluginLogTarget writes through entry 9, the host-entry slots are the only
 // way the module reaches the host.
 //
-// Operations of the module frame are defined by the folder that owns them:
-//   framework/host/AppModule.cpp               construction, handshake, start,
-//                                              stop, host entries, waits,
-//                                              delayed calls, C callbacks
-//   framework/host/AppModuleEvents.cpp         event handlers and dispatchers,
-//                                              resource subscriptions and
-//                                              dispatch, service-proxy answers
-//   framework/resources/, framework/serviceproxy/, framework/rest/
-//                                              publishing resources, service
-//                                              requests, REST calls (each adds
-//                                              its members here)
+// The module is composed of the framework's services, each with its own
+// state in its own folder; the module wires them to its host slots and
+// forwards its operations to them:
+//   framework/host/          the host link: HostEntries (the entries as the
+//                            services call them, through the slots below),
+//                            waits, DelayedCalls, HostEvents (event handlers
+//                            and their dispatch)
+//   framework/rest/          RestClient (REST calls to other plugins) and the
+//                            TelemetryAdapter
+//   framework/resources/     ResourceEvents (publishing, subscriptions,
+//                            resource handlers)
+//   framework/serviceproxy/  ServiceProxyClient (service requests, answers,
+//                            pushed messages)
+//   framework/module/        this class: construction, handshake, start, stop,
+//                            the slots, the C callbacks, endpoint registration
 //
 // Lifecycle: constructed by the entry (no host table; no host call may be
 // made), started by the host (StartModule), finalizing once DestroyModule
@@ -58,14 +62,20 @@
 #include "framework/binding/StaticType.h"
 #include "framework/dispatch/HttpMethod.h"
 #include "framework/host/ApiDescriptor.h"
+#include "framework/host/DelayedCalls.h"
 #include "framework/host/FrameworkTypes.h"
 #include "framework/host/HostAbi.h"
+#include "framework/host/HostEntries.h"
+#include "framework/host/HostEvents.h"
 #include "framework/host/PluginApiVersion.h"
 #include "framework/host/PluginNames.h"
 #include "framework/log/LogRecord.h"
 #include "framework/platform/Clock.h"
+#include "framework/resources/ResourceEvents.h"
 #include "framework/resources/TypedResource.h"
 #include "framework/rest/RestArguments.h"
+#include "framework/rest/RestCalls.h"
+#include "framework/serviceproxy/ServiceProxyClient.h"
 
 namespace Orvan::Framework {
 
@@ -74,10 +84,10 @@ class TelemetryAdapter;
 
 class AppModule {
 public:
-    using ResourceHandler = std::function<void(const Resource&)>;
-    using ServiceProxyHandler = std::function<void(const PluginServiceProxyResponse&)>;
+    using ResourceHandler = Framework::ResourceHandler;
+    using ServiceProxyHandler = Framework::ServiceProxyHandler;
     // The monotonic clock of delayed calls (a stand-in host may replay it).
-    using Clock = Platform::MonotonicClock;
+    using Clock = DelayedCalls::Clock;
 
     AppModule();
     AppModule(const AppModule&) = delete;
@@ -144,7 +154,7 @@ public:
     // ---- REST calls to other plugins (framework/rest/RestCalls.h) -------
 
     // Receives a reply body; a failure becomes the call's conversion failure.
-    using RestValueSink = std::function<Maybe<>(const BindingProperty&)>;
+    using RestValueSink = Framework::RestValueSink;
 
     // The arguments go positionally, converted through the registry.
     template <class... Args>
@@ -286,62 +296,45 @@ protected:
     static void Trace(const char* format, ...) QEL_PRINTF_FORMAT(1, 2);
 
 private:
-    struct EventHandler {
-        ResourceHandler onResource;
-        ServiceProxyHandler onServiceProxy;
-    };
+    // The host entries as the services call them: through the slots, so
+    // that a module overriding a slot sees every call.
+    class SlotEntries final : public HostEntries {
+    public:
+        explicit SlotEntries(AppModule& module) : module_(module) {}
+        void Request(HostResponse* reply, HostRequest* request) override {
+            module_.CallHostRequest(reply, request);
+        }
+        void EmitEvent(HostEvent* event) override { module_.CallHostEmitEvent(event); }
+        void RegisterEvent(const char* name, HostEventCallback callback, void* context,
+                           uint32_t flags) override {
+            module_.CallHostRegisterEvent(name, module_.pluginHandle_, callback, context, flags);
+        }
+        void UnregisterEvent(const char* name) override {
+            module_.CallHostUnregisterEvent(name, module_.pluginHandle_);
+        }
+        void ScheduleCall(const char* label, HostDelayedCallback callback, void* context,
+                          double delaySeconds) override {
+            module_.CallHostScheduleCall(label, callback, context, delaySeconds, 0);
+        }
+        void ServeOnce() override { module_.CallHostServeOnce(); }
+        void BeginWait(const std::string& label) override { module_.CallHostBeginWait(label, 0); }
+        uint64_t EndWait() override { return module_.CallHostEndWait(); }
+        uint32_t PluginHandle() const override { return module_.pluginHandle_; }
 
-    struct DelayedCall {
-        AppModule* module = nullptr;
-        uint64_t id = 0;
-        std::function<void()> callable;
+    private:
+        AppModule& module_;
     };
 
     bool Start(const HostLink& link);
-    // SendEvent without a Resource record around the data.
-    Maybe<> SendResourceEvent(std::string_view baseEventName, std::string_view uri,
-                              PluginResourceEventType eventType, const BindingProperty& data);
-    void StoreEventHandler(std::string_view name, EventHandler handler,
-                           HostEventCallback dispatcher, uint32_t flags);
-    // The handler stored under an event name, or null.
-    std::shared_ptr<const EventHandler> FindEventHandler(const char* name) const;
-    void DispatchResource(const Resource& resource);
-    void OnServiceProxyUuidEvent(const PluginServiceProxyResponse& response);
-    void OnServiceProxyMethodEvent(const PluginServiceProxyResponse& response);
-    void OnServiceProxyAsyncEvent(const PluginServiceProxyResponse& response);
-    // Delivers at most one unmatched answer to its waiting caller.
-    void MatchPendingAnswers();
-    [[noreturn]] static void FailAwait(int code, const char* text);
 
     static void QEL_HOST_CALL DispatchResourceEvent(HostEvent* event);
     static void QEL_HOST_CALL DispatchServiceProxyEvent(HostEvent* event);
-    static void QEL_HOST_CALL RunDelayedCall(void* context);
 
     // Host link.
     HostApi* hostApi_ = nullptr;
     uint32_t pluginHandle_ = 0;
     std::string userAgent_;
     std::unique_ptr<TelemetryAdapter> telemetry_;
-
-    // Event handlers by event name.
-    std::unordered_map<std::string, std::shared_ptr<const EventHandler>> eventHandlers_;
-    // Subscriptions by event key.
-    std::unordered_map<std::string, uint32_t> subscriptionCounts_;
-    // Resource handlers by exact URI and by pattern.
-    std::unordered_map<std::string, ResourceHandler> exactResourceHandlers_;
-    std::unordered_map<std::string, ResourceHandler> patternResourceHandlers_;
-
-    // Service proxy: callers waiting by request key, handlers of pushed
-    // messages by "service.method", answers not matched yet by key.
-    std::mutex serviceProxyMutex_;
-    std::unordered_map<std::string, ServiceProxyHandler> completionCallbacks_;
-    std::unordered_map<std::string, ServiceProxyHandler> asyncHandlers_;
-    std::unordered_map<std::string, PluginServiceProxyResponse> unmatchedAnswers_;
-
-    // Delayed calls by id.
-    std::unordered_map<uint64_t, std::unique_ptr<DelayedCall>> delayedCalls_;
-    uint64_t nextCallId_ = 1;
-    mutable std::mutex delayedCallMutex_;
 
     std::atomic<bool> finalizing_{false};
 
@@ -354,10 +347,25 @@ private:
 
     std::unique_ptr<BindingTypeRegistry> registry_;
 
+    // The services, in the order they build on each other.
+    SlotEntries entries_{*this};
+    HostEvents events_;
+    DelayedCalls delayedCalls_{entries_};
+    RestClient rest_;
+    ResourceEvents resources_;
+    ServiceProxyClient serviceProxy_;
+
     ModuleCallbacks callbacks_{};
     std::vector<EndpointDescription> endpoints_;
     ApiDescriptor apiDescriptor_;
 };
+
+// The answer handed to raw callers; an answer carrying an error text fails
+// with that text.
+Maybe<AppModule::ServiceProxyRawResponse> ToServiceProxyRawResponse(
+    const PluginServiceProxyResponse& answer);
+// "methodName=%1, status=%2" for an answer, the failure's message otherwise.
+std::string DescribeServiceProxyResponse(const Maybe<AppModule::ServiceProxyRawResponse>& response);
 
 // ---- Inline and template definitions --------------------------------------
 
@@ -365,23 +373,71 @@ inline void AppModule::Trace(const char*, ...) {}
 
 template <class T>
 T AppModule::Await(std::future<T> future) {
-    try {
-        bool waiting = false;
-        // A deferred future runs in get(); only a pending one needs turns.
-        while (future.wait_for(std::chrono::seconds(0)) == std::future_status::timeout) {
-            if (!waiting) {
-                waiting = true;
-                CallHostBeginWait(Format("Wait: future<%1>", StaticType::Of<T>().name), 0);
-            }
-            CallHostServeOnce();
-        }
-        if (waiting) {
-            CallHostEndWait();
-        }
-        return future.get();
-    } catch (const std::future_error& error) {
-        FailAwait(error.code().value(), error.what());
-    }
+    return AwaitOn(entries_, std::move(future));
+}
+
+template <class... Args>
+Maybe<> AppModule::Request(HttpMethod method, std::string_view url, const Args&... arguments) {
+    return rest_.Request(method, url, arguments...);
+}
+
+template <class T, class... Args>
+Maybe<T> AppModule::RequestValue(HttpMethod method, std::string_view url,
+                                 const Args&... arguments) {
+    return rest_.RequestValue<T>(method, url, arguments...);
+}
+
+template <class T>
+void AppModule::PublishResource(std::string_view uri, const T& value,
+                                PluginResourceEventType eventType) {
+    resources_.Publish(uri, value, eventType);
+}
+
+template <class T>
+void AppModule::AddResourceHandler(std::string_view uri,
+                                   std::function<void(const TypedResource<T>&)> handler) {
+    AddResourceHandler(uri, resources_.Typed<T>(std::move(handler)));
+}
+
+template <class P>
+std::string AppModule::SendServiceProxyRequest(std::string_view service, std::string_view method,
+                                               const P& payload, std::string_view responseMethod,
+                                               std::string_view extra,
+                                               const ServiceProxyHandler& completion) {
+    return serviceProxy_.Send(service, method, payload, responseMethod, extra, completion);
+}
+
+template <class P>
+void AppModule::InvokeServiceProxy(std::string_view service, std::string_view method,
+                                   const P& payload, std::string_view responseMethod,
+                                   std::string_view extra, ServiceProxyHandler completion) {
+    serviceProxy_.Invoke(service, method, payload, responseMethod, extra, std::move(completion));
+}
+
+template <class P>
+std::future<Maybe<AppModule::ServiceProxyRawResponse>> AppModule::CallServiceProxyRaw(
+    std::string_view service, std::string_view method, const P& payload,
+    std::string_view responseMethod, std::string_view extra) {
+    auto answer = std::make_shared<Detail::ServiceProxyAnswer<Maybe<ServiceProxyRawResponse>>>();
+    std::future<Maybe<ServiceProxyRawResponse>> future = answer->Future();
+    serviceProxy_.Invoke(service, method, payload, responseMethod, extra,
+                         [answer](const PluginServiceProxyResponse& response) {
+                             answer->Answer(ToServiceProxyRawResponse(response));
+                         });
+    return future;
+}
+
+template <class T, class P>
+std::future<Maybe<T>> AppModule::CallServiceProxy(std::string_view service, std::string_view method,
+                                                  const P& payload, std::string_view responseMethod,
+                                                  std::string_view extra) {
+    return serviceProxy_.template Call<T>(service, method, payload, responseMethod, extra);
+}
+
+template <class T>
+void AppModule::RegisterServiceProxyHandler(std::string_view service, std::string_view method,
+                                            std::function<void(const T&)> handler) {
+    RegisterServiceProxyHandler(service, method, serviceProxy_.Typed<T>(std::move(handler)));
 }
 
 }  // namespace Orvan::Framework

@@ -15,8 +15,8 @@
 #include <new>
 #include <string_view>
 
-#include "framework/host/AppModule.h"
 #include "framework/host/HostAbi.h"
+#include "framework/module/AppModule.h"
 
 namespace Orvan::Framework {
 

@@ -44,7 +44,7 @@
 #include "framework/binding/Failure.h"
 #include "framework/dispatch/EndpointHandler.h"
 #include "framework/dispatch/HttpMethod.h"
-#include "framework/host/AppModule.h"
+#include "framework/module/AppModule.h"
 
 namespace Orvan::Framework {
 

@@ -1,4 +1,4 @@
-#include "framework/host/PluginEntry.h"
+#include "framework/module/PluginEntry.h"
 
 namespace Orvan::Framework {
 

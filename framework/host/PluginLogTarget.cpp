@@ -1,4 +1,4 @@
-#include "framework/log/PluginLogTarget.h"
+#include "framework/host/PluginLogTarget.h"
 
 #include "framework/log/Logger.h"
 

@@ -1,4 +1,4 @@
-#include "framework/dispatch/EndpointRoutes.h"
+#include "framework/module/EndpointRoutes.h"
 
 #include <set>
 
