@@ -58,7 +58,7 @@ void LobbyTeamBuilderPlugin::EnterChampSelect(const GameDtoRecord& previous,
     RequestLocalWardSkin();
     Log(kAlways, kGroupDbg, "Creating champ select session.");
     PublishResource(kImplementationActiveUri, true, PluginResourceEventType::Update);
-    if (std::optional<Api::ChampSelectSession> session = BuildChampSelectSession(incoming)) {
+    if (std::optional<Api::ChampSelectSession> session = ReadChampSelectSession(incoming)) {
         PublishResource(kChampSelectSessionUri, *session, PluginResourceEventType::Create);
     }
     CreateTeamBoost(incoming);
@@ -78,7 +78,7 @@ void LobbyTeamBuilderPlugin::EnterChampSelect(const GameDtoRecord& previous,
 
 void LobbyTeamBuilderPlugin::UpdateChampSelect(const GameDtoRecord& previous,
                                                const GameDtoRecord& incoming) {
-    std::optional<Api::ChampSelectSession> session = BuildChampSelectSession(incoming);
+    std::optional<Api::ChampSelectSession> session = ReadChampSelectSession(incoming);
     // The timer carries the time of receipt, so only a DTO received twice
     // within the same millisecond compares equal.
     if (session == lastPublishedSession_) {

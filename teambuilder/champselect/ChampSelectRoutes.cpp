@@ -59,7 +59,7 @@ Maybe<bool> LobbyTeamBuilderPlugin::GetImplementationActive() {
 }
 
 Maybe<Api::ChampSelectSession> LobbyTeamBuilderPlugin::GetChampSelectSession() {
-    std::optional<Api::ChampSelectSession> session = BuildChampSelectSession(storedDto_);
+    std::optional<Api::ChampSelectSession> session = ReadChampSelectSession(storedDto_);
     if (!session) {
         return Failure(kNoChampSelectSession, 404);
     }

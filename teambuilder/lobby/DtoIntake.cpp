@@ -1,12 +1,17 @@
 // The game-DTO intake: the one gate every team-builder DTO passes, and the
 // utilities that turn service answers into applied DTOs or failures.
+#include <cstdarg>
+#include <cstdio>
+#include <optional>
 #include <string>
 #include <utility>
+#include <variant>
 
 #include "framework/binding/MessageFormat.h"
 #include "framework/binding/NativeConversion.h"
 #include "framework/codec/Json.h"
 #include "framework/log/Log.h"
+#include "framework/resources/ResourceEvents.h"
 #include "framework/serviceproxy/ServiceProxyClient.h"
 #include "teambuilder/lobby/LobbyTeamBuilderPlugin.h"
 
@@ -24,11 +29,36 @@ using Framework::Maybe;
 
 namespace {
 
-constexpr std::string_view kDtoMethod = "tbdGameDtoV1";
-
 std::string PremadeIdOf(const GameDtoRecord& record) {
     const Api::TbLobbyPremadeStateResource* premade = record.PremadeState();
     return premade != nullptr ? premade->draftPremadeId : std::string();
+}
+
+LogLine Line(uint32_t level, uint64_t groups, const char* format, ...) QEL_PRINTF_FORMAT(3, 4);
+LogLine Line(uint32_t level, uint64_t groups, const char* format, ...) {
+    LogLine line{level, groups, {}};
+    va_list arguments;
+    va_start(arguments, format);
+    va_list again;
+    va_copy(again, arguments);
+    const int length = std::vsnprintf(nullptr, 0, format, arguments);
+    va_end(arguments);
+    if (length > 0) {
+        line.text.resize(static_cast<size_t>(length) + 1);
+        std::vsnprintf(line.text.data(), line.text.size(), format, again);
+        line.text.resize(static_cast<size_t>(length));
+    }
+    va_end(again);
+    return line;
+}
+
+void Append(Effects& effects, Effects more) {
+    if (effects.empty()) {
+        effects = std::move(more);
+        return;
+    }
+    effects.insert(effects.end(), std::make_move_iterator(more.begin()),
+                   std::make_move_iterator(more.end()));
 }
 
 }  // namespace
@@ -53,35 +83,19 @@ void LobbyTeamBuilderPlugin::ApplyGameDtoRecord(GameDtoRecord incoming) {
         return;
     }
 
-    // The service may skip the search entirely (a lobby that is matched at
-    // once); the matchmaking resource still has to pass through searching so
-    // the ready check is shown as a found match.
-    const std::string_view storedPhase = storedDto_.Phase();
-    if ((!storedDto_.HasDto() ||
-         (storedPhase != kPhaseMatchmaking && storedPhase != kPhaseAfkCheck)) &&
-        incoming.HasDto() && incoming.dto->phaseName == kPhaseAfkCheck) {
-        Log(kWarn, kGroupDbg,
-            "Missed MATCHMAKING phase, but found AFK_CHECK.  Artificially creating MATCHMAKING "
-            "event\n    previous phase  : %s\n    previous premade: %s\n    current phase   : "
-            "%s\n    current premade : %s",
-            std::string(storedPhase).c_str(), PremadeIdOf(storedDto_).c_str(),
-            incoming.dto->phaseName.c_str(), PremadeIdOf(incoming).c_str());
-        Api::TbdGameDtoV1 searching;
-        searching.phaseName = kPhaseMatchmaking;
-        searching.queueId = incoming.dto->queueId;
-        UpdateMatchmakingResource(storedDto_, GameDtoRecord::ReceivedNow(std::move(searching)));
-    }
+    Effects effects = AdvanceLobbySide(incoming);
 
     if (!incoming.HasDto()) {
         currentDraftPremadeId_.clear();
     } else if (const Api::TbLobbyPremadeStateResource* premade = incoming.PremadeState()) {
         currentDraftPremadeId_ = premade->draftPremadeId;
     }
+    // Champion select still publishes as it goes, so the lobby side's
+    // effects are carried out before it runs.
+    CarryOut(effects);
 
     actionSetsRead_.clear();
     applyingDto_ = true;
-    UpdateLobbyResource(storedDto_, incoming);
-    UpdateMatchmakingResource(storedDto_, incoming);
     OnChampSelectDto(storedDto_, incoming);
     UpdateDraftLists(incoming);
     applyingDto_ = false;
@@ -95,6 +109,96 @@ void LobbyTeamBuilderPlugin::ApplyGameDtoRecord(GameDtoRecord incoming) {
         Api::TbLobbyPremadeStateResource& premade = *storedDto_.dto->premadeState;
         premade.backwardsToPremadeTransitionReason.backwardsTransitionReason.clear();
         lastKnownPremadeState_ = premade;
+    }
+}
+
+Effects LobbyTeamBuilderPlugin::AdvanceLobbySide(const GameDtoRecord& incoming) {
+    Effects effects;
+    // The service may skip the search entirely (a lobby that is matched at
+    // once); the matchmaking resource still has to pass through searching so
+    // the ready check is shown as a found match.
+    const std::string_view storedPhase = storedDto_.Phase();
+    if ((!storedDto_.HasDto() ||
+         (storedPhase != kPhaseMatchmaking && storedPhase != kPhaseAfkCheck)) &&
+        incoming.HasDto() && incoming.dto->phaseName == kPhaseAfkCheck) {
+        effects.emplace_back(Line(
+            kWarn, kGroupDbg,
+            "Missed MATCHMAKING phase, but found AFK_CHECK.  Artificially creating MATCHMAKING "
+            "event\n    previous phase  : %s\n    previous premade: %s\n    current phase   : "
+            "%s\n    current premade : %s",
+            std::string(storedPhase).c_str(), PremadeIdOf(storedDto_).c_str(),
+            incoming.dto->phaseName.c_str(), PremadeIdOf(incoming).c_str()));
+        Api::TbdGameDtoV1 searching;
+        searching.phaseName = kPhaseMatchmaking;
+        searching.queueId = incoming.dto->queueId;
+        Append(effects,
+               AdvanceMatchmaking(storedDto_, GameDtoRecord::ReceivedNow(std::move(searching))));
+    }
+    Effects lobby = lobbyResources_.CheckLobby(storedDto_, incoming, lastKnownPremadeState_);
+    lobbyResources_.Keep(lobby);
+    Append(effects, std::move(lobby));
+    Append(effects, AdvanceMatchmaking(storedDto_, incoming));
+    return effects;
+}
+
+Effects LobbyTeamBuilderPlugin::AdvanceMatchmaking(const GameDtoRecord& previous,
+                                                   const GameDtoRecord& incoming) {
+    if (!incoming.HasDto()) {
+        // The current search keeps its last value for GET and the service's
+        // other messages.
+        Effects changes =
+            lobbyResources_.CheckMatchmakingSearch(previous, incoming, Api::MatchmakingSearch());
+        lobbyResources_.Keep(changes);
+        return changes;
+    }
+    Api::MatchmakingSearch search =
+        DeriveMatchmakingSearch(CurrentSearchContext(), previous.dto, *incoming.dto, std::nullopt);
+    Effects changes = lobbyResources_.CheckMatchmakingSearch(previous, incoming, search);
+    lobbyResources_.Keep(changes);
+    lobbyResources_.KeepCurrentSearch(std::move(search));
+    return changes;
+}
+
+SearchContext LobbyTeamBuilderPlugin::CurrentSearchContext() const {
+    return SearchContext{&lastKnownPremadeState_, applyingReconnectDto_, localSummonerId_};
+}
+
+void LobbyTeamBuilderPlugin::CarryOut(const Effects& effects) {
+    // The countdown published twice after a changed lobby is the same value;
+    // it is converted once.
+    const ResourceChange* converted = nullptr;
+    std::optional<Framework::BindingProperty> convertedValue;
+    for (const Effect& effect : effects) {
+        if (const auto* line = std::get_if<LogLine>(&effect)) {
+            Log(line->level, line->groups, "%s", line->text.c_str());
+            continue;
+        }
+        const ResourceChange& change = std::get<ResourceChange>(effect);
+        if (change.type == ResourceEventType::Delete) {
+            DeleteResource(change.uri);
+            continue;
+        }
+        if (converted != nullptr && convertedValue && *converted == change) {
+            PublishResourceValue(change.uri, change.type, *convertedValue);
+            continue;
+        }
+        std::visit(
+            [&](const auto& value) {
+                using T = std::decay_t<decltype(value)>;
+                if constexpr (!std::is_same_v<T, std::monostate>) {
+                    Maybe<Framework::BindingProperty> data =
+                        Framework::ToBindingValue(Registry(), value);
+                    if (!data) {
+                        PublishResource(change.uri, value, change.type);  // reports the failure
+                        convertedValue.reset();
+                        return;
+                    }
+                    PublishResourceValue(change.uri, change.type, *data);
+                    converted = &change;
+                    convertedValue = std::move(data).Value();
+                }
+            },
+            change.value);
     }
 }
 
@@ -129,15 +233,15 @@ Maybe<> LobbyTeamBuilderPlugin::HandleDtoResponse(std::string_view methodName,
     if (!response) {
         return response.GetFailure();
     }
-    if (response->status != "OK") {
+    if (response->status != kServiceStatusOk) {
         return Failure(Framework::Format(
             "Received status %1 instead of expected status of OK from request to %2:%3",
             response->status, kTeamBuilderService, methodName));
     }
-    if (response->methodName != kDtoMethod) {
+    if (response->methodName != kGameDtoMethod) {
         return Failure(
             Framework::Format("Did not receive the expected method %1, instead received %2",
-                              kDtoMethod, response->methodName));
+                              kGameDtoMethod, response->methodName));
     }
     // Whatever converts is taken; a DTO that is left without its queue is
     // refused by the intake as invalid.

@@ -41,8 +41,10 @@
 #include "framework/host/AppModule.h"
 #include "framework/resources/TypedResource.h"
 #include "framework/serviceproxy/ServiceCaller.h"
+#include "teambuilder/common/IntakeChanges.h"
 #include "teambuilder/lobby/GameDtoRecord.h"
 #include "teambuilder/lobby/LobbyRecords.h"
+#include "teambuilder/lobby/LobbyResources.h"
 
 namespace Orvan::Client::LobbyTeamBuilder {
 
@@ -52,6 +54,21 @@ inline constexpr const char* kShortName = "qel-lobby-team-builder";
 // Name of the delayed retry of the reconnect retrieval.
 inline constexpr std::string_view kRetrieveLatestDtoTask =
     "qel-lobby-team-builder.retrieve-latest-tbd-game-dto";
+
+// A ceremony whose display time is to be timed: the action that shows it,
+// the label of its delayed call and how long it lasts.
+struct CeremonyTimer {
+    int32_t actionId = 0;
+    std::string label;
+    int64_t durationMillis = 0;
+
+    bool operator==(const CeremonyTimer&) const = default;
+};
+
+struct ChampSelectView {
+    std::optional<Api::ChampSelectSession> session;
+    std::optional<CeremonyTimer> dueCeremony;
+};
 
 class LobbyTeamBuilderPlugin : public Framework::AppModule {
 public:
@@ -102,15 +119,22 @@ public:
 
     // ---- Lobby, countdown and matchmaking resources -----------------------
 
+    // The lobby of a DTO; logs when the last known premade state stands in.
     Api::Lobby ComputeLobby(const Api::TbdGameDtoV1& dto) const;
-    static Api::LobbyCountdownTimer ComputeCountdown(const Api::TbdGameDtoV1& dto);
-    // Also keeps the result as the current search (GET matchmaking).
-    Api::MatchmakingSearch ComputeMatchmakingSearch(
-        const std::optional<Api::TbdGameDtoV1>& previous, const Api::TbdGameDtoV1& incoming,
-        const std::optional<Api::GatekeeperRestricted>& restrictions);
     void PublishCountdown(const Api::TbdGameDtoV1& dto);
-    void UpdateLobbyResource(const GameDtoRecord& previous, const GameDtoRecord& incoming);
-    void UpdateMatchmakingResource(const GameDtoRecord& previous, const GameDtoRecord& incoming);
+    // What the matchmaking search reads of the plugin's state now.
+    SearchContext CurrentSearchContext() const;
+    // The lobby side of the intake for one incoming record: checks the
+    // lobby, countdown and matchmaking resources (with the search step the
+    // service skipped, if it did), keeps what the component remembers of
+    // them and returns the effects to carry out, in order.
+    Effects AdvanceLobbySide(const GameDtoRecord& incoming);
+    // One matchmaking step from previous to incoming: the search derived,
+    // kept as the current one, and the change of the resource.
+    Effects AdvanceMatchmaking(const GameDtoRecord& previous, const GameDtoRecord& incoming);
+    // Publishes, deletes and logs as the effects say, in their order.
+    void CarryOut(const Effects& effects);
+    const LobbyResources& LobbySide() const { return lobbyResources_; }
 
     // ---- Champion select (consumers of the intake) --------------------------
 
@@ -120,9 +144,17 @@ public:
     // ---- Champion select: session model (champselect/ChampSelectConversion.cpp,
     // ChampSelectTimer.cpp) ----------------------------------------------------
 
-    // The session of a record in champion select, or empty. May start the
-    // timer of the ceremony now shown.
-    std::optional<Api::ChampSelectSession> BuildChampSelectSession(const GameDtoRecord& record);
+    // The session of a record in champion select (or none) and the timer
+    // the ceremony it shows needs. Changes nothing.
+    ChampSelectView BuildChampSelectSession(const GameDtoRecord& record) const;
+    // Reading a session starts the timer of the ceremony it shows: the
+    // intake, GET session and every republication read it this way.
+    std::optional<Api::ChampSelectSession> ReadChampSelectSession(const GameDtoRecord& record);
+    // The timer the ceremony now shown needs, unless one is running or the
+    // ceremony is over.
+    std::optional<CeremonyTimer> DueCeremonyTimer(
+        const std::vector<std::vector<Api::ActionV1>>& sets) const;
+    void StartCeremonyTimer(const CeremonyTimer& timer);
     std::optional<Api::ChampSelectTimer> BuildChampSelectTimer(const GameDtoRecord& record) const;
     static Api::ChampSelectTimer TimerOf(const Api::ChampionSelectStateV1& state,
                                          uint64_t receivedAt);
@@ -248,8 +280,6 @@ private:
     void EnterChampSelect(const GameDtoRecord& previous, const GameDtoRecord& incoming);
     void UpdateChampSelect(const GameDtoRecord& previous, const GameDtoRecord& incoming);
     void LeaveChampSelect(const GameDtoRecord& previous);
-    // Starts the timer of the ceremony now shown, unless one is running.
-    void CheckCeremonyTimer(const std::vector<std::vector<Api::ActionV1>>& sets);
     void LogServiceMessageValue(Framework::Maybe<Framework::BindingProperty> value,
                                 std::string_view typeName) const;
     // ---- Champion-select actions and trades (ChampSelectActions.cpp) ----
@@ -267,14 +297,12 @@ private:
     // Lobby ids the player has left; DTOs of them are stale.
     std::set<std::string> abandonedLobbyIds_;
     std::deque<std::string> recentChampSelectTeamIds_;
-    Api::Lobby publishedLobby_;
-    Api::MatchmakingSearch publishedMatchmakingSearch_;
+    LobbyResources lobbyResources_;
     std::optional<Api::ChampSelectSession> lastPublishedSession_;
     std::optional<Api::TbLobbyPremadeStateResource> lastKnownPremadeState_;
-    std::string champSelectDomainName_ = "champ-select";
+    std::string champSelectDomainName_{kDefaultChampSelectDomainName};
     bool logAllLcdsMessages_ = false;
     GameDtoRecord storedDto_;
-    Api::MatchmakingSearch matchmakingSearch_;
     std::optional<Api::TbdInventory> draftInventory_;
     // The lists that follow the inventory, converted for publishing once per
     // inventory: the service repeats the inventory with every DTO of the
