@@ -52,15 +52,6 @@ LogLine Line(uint32_t level, uint64_t groups, const char* format, ...) {
     return line;
 }
 
-void Append(Effects& effects, Effects more) {
-    if (effects.empty()) {
-        effects = std::move(more);
-        return;
-    }
-    effects.insert(effects.end(), std::make_move_iterator(more.begin()),
-                   std::make_move_iterator(more.end()));
-}
-
 }  // namespace
 
 void LobbyTeamBuilderPlugin::ApplyGameDtoRecord(GameDtoRecord incoming) {
@@ -93,6 +84,7 @@ void LobbyTeamBuilderPlugin::ApplyGameDtoRecord(GameDtoRecord incoming) {
     // Champion select still publishes as it goes, so the lobby side's
     // effects are carried out before it runs.
     CarryOut(effects);
+    lobbyResources_.Keep(std::move(effects));
 
     actionSetsRead_.clear();
     applyingDto_ = true;
@@ -114,6 +106,7 @@ void LobbyTeamBuilderPlugin::ApplyGameDtoRecord(GameDtoRecord incoming) {
 
 Effects LobbyTeamBuilderPlugin::AdvanceLobbySide(const GameDtoRecord& incoming) {
     Effects effects;
+    effects.reserve(8);
     // The service may skip the search entirely (a lobby that is matched at
     // once); the matchmaking resource still has to pass through searching so
     // the ready check is shown as a found match.
@@ -131,32 +124,29 @@ Effects LobbyTeamBuilderPlugin::AdvanceLobbySide(const GameDtoRecord& incoming) 
         Api::TbdGameDtoV1 searching;
         searching.phaseName = kPhaseMatchmaking;
         searching.queueId = incoming.dto->queueId;
-        Append(effects,
-               AdvanceMatchmaking(storedDto_, GameDtoRecord::ReceivedNow(std::move(searching))));
+        const size_t first = effects.size();
+        AdvanceMatchmaking(storedDto_, GameDtoRecord::ReceivedNow(std::move(searching)), effects);
+        // The incoming DTO's search is compared with this one.
+        lobbyResources_.Keep(
+            Effects(effects.begin() + static_cast<ptrdiff_t>(first), effects.end()));
     }
-    Effects lobby = lobbyResources_.CheckLobby(storedDto_, incoming, lastKnownPremadeState_);
-    lobbyResources_.Keep(lobby);
-    Append(effects, std::move(lobby));
-    Append(effects, AdvanceMatchmaking(storedDto_, incoming));
+    lobbyResources_.CheckLobby(storedDto_, incoming, lastKnownPremadeState_, effects);
+    AdvanceMatchmaking(storedDto_, incoming, effects);
     return effects;
 }
 
-Effects LobbyTeamBuilderPlugin::AdvanceMatchmaking(const GameDtoRecord& previous,
-                                                   const GameDtoRecord& incoming) {
+void LobbyTeamBuilderPlugin::AdvanceMatchmaking(const GameDtoRecord& previous,
+                                                const GameDtoRecord& incoming, Effects& out) {
     if (!incoming.HasDto()) {
         // The current search keeps its last value for GET and the service's
         // other messages.
-        Effects changes =
-            lobbyResources_.CheckMatchmakingSearch(previous, incoming, Api::MatchmakingSearch());
-        lobbyResources_.Keep(changes);
-        return changes;
+        lobbyResources_.CheckMatchmakingSearch(previous, incoming, Api::MatchmakingSearch(), out);
+        return;
     }
     Api::MatchmakingSearch search =
         DeriveMatchmakingSearch(CurrentSearchContext(), previous.dto, *incoming.dto, std::nullopt);
-    Effects changes = lobbyResources_.CheckMatchmakingSearch(previous, incoming, search);
-    lobbyResources_.Keep(changes);
+    lobbyResources_.CheckMatchmakingSearch(previous, incoming, search, out);
     lobbyResources_.KeepCurrentSearch(std::move(search));
-    return changes;
 }
 
 SearchContext LobbyTeamBuilderPlugin::CurrentSearchContext() const {

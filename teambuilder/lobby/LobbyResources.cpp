@@ -95,64 +95,62 @@ Api::LobbyCountdownTimer DeriveCountdown(const Api::TbdGameDtoV1& dto) {
     return countdown;
 }
 
-Effects LobbyResources::CheckLobby(
-    const GameDtoRecord& previous, const GameDtoRecord& incoming,
-    const std::optional<Api::TbLobbyPremadeStateResource>& lastKnown) const {
-    Effects effects;
+void LobbyResources::CheckLobby(const GameDtoRecord& previous, const GameDtoRecord& incoming,
+                                const std::optional<Api::TbLobbyPremadeStateResource>& lastKnown,
+                                Effects& out) const {
     if (!incoming.HasDto()) {
         if (previous.HasDto()) {
-            effects.emplace_back(Deleted(kLobbyUri));
+            out.emplace_back(Deleted(kLobbyUri));
         }
-        return effects;
+        return;
     }
     if (!previous.HasDto()) {
-        effects.emplace_back(Updated(kLobbyCountdownUri, DeriveCountdown(*incoming.dto)));
-        return effects;
+        out.emplace_back(Updated(kLobbyCountdownUri, DeriveCountdown(*incoming.dto)));
+        return;
     }
     DerivedLobby derived = DeriveLobby(*incoming.dto, lastKnown);
     if (derived.fromLastKnownPremadeState) {
-        effects.emplace_back(LastKnownPremadeStateLine());
+        out.emplace_back(LastKnownPremadeStateLine());
     }
     const bool changed = derived.lobby != publishedLobby_;
     if (changed) {
-        effects.emplace_back(Updated(kLobbyUri, std::move(derived.lobby)));
+        out.emplace_back(Updated(kLobbyUri, std::move(derived.lobby)));
     }
     Api::LobbyCountdownTimer countdown = DeriveCountdown(*incoming.dto);
     if (changed) {
-        effects.emplace_back(Updated(kLobbyCountdownUri, countdown));
+        out.emplace_back(Updated(kLobbyCountdownUri, countdown));
     }
-    effects.emplace_back(Updated(kLobbyCountdownUri, std::move(countdown)));
-    return effects;
+    out.emplace_back(Updated(kLobbyCountdownUri, std::move(countdown)));
 }
 
-Effects LobbyResources::CheckMatchmakingSearch(const GameDtoRecord& previous,
-                                               const GameDtoRecord& incoming,
-                                               const Api::MatchmakingSearch& search) const {
-    Effects effects;
+void LobbyResources::CheckMatchmakingSearch(const GameDtoRecord& previous,
+                                            const GameDtoRecord& incoming,
+                                            const Api::MatchmakingSearch& search,
+                                            Effects& out) const {
     if (!incoming.HasDto()) {
         if (previous.HasDto()) {
-            effects.emplace_back(Deleted(kMatchmakingUri));
+            out.emplace_back(Deleted(kMatchmakingUri));
         }
     } else if (!previous.HasDto()) {
-        effects.emplace_back(Created(kMatchmakingUri, search));
+        out.emplace_back(Created(kMatchmakingUri, search));
     } else if (search != publishedSearch_) {
-        effects.emplace_back(Updated(kMatchmakingUri, search));
+        out.emplace_back(Updated(kMatchmakingUri, search));
     }
-    return effects;
 }
 
-void LobbyResources::Keep(const Effects& changes) {
-    for (const Effect& effect : changes) {
-        const auto* change = std::get_if<ResourceChange>(&effect);
+void LobbyResources::Keep(Effects changes) {
+    for (Effect& effect : changes) {
+        auto* change = std::get_if<ResourceChange>(&effect);
         if (change == nullptr || change->type == ResourceEventType::Create) {
             continue;
         }
         const bool deleted = change->type == ResourceEventType::Delete;
         if (change->uri == kLobbyUri) {
-            publishedLobby_ = deleted ? Api::Lobby() : std::get<Api::Lobby>(change->value);
+            publishedLobby_ =
+                deleted ? Api::Lobby() : std::get<Api::Lobby>(std::move(change->value));
         } else if (change->uri == kMatchmakingUri) {
             publishedSearch_ = deleted ? Api::MatchmakingSearch()
-                                       : std::get<Api::MatchmakingSearch>(change->value);
+                                       : std::get<Api::MatchmakingSearch>(std::move(change->value));
         }
     }
 }

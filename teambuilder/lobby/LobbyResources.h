@@ -1,8 +1,9 @@
 // LobbyResources: the lobby, countdown and matchmaking resources derived from
 // the game DTO. The derivations and the checkers are pure: given the stored
 // and the incoming record (and what the component remembers of its last
-// publications) they return the changes to publish; Keep then adopts what
-// those changes publish, and the intake carries them out.
+// publications) they return the changes to publish; the intake carries them
+// out and then hands them to Keep, which adopts what they published (moving
+// the values, which are no longer needed).
 //
 // The component remembers the last lobby and search published by an update
 // (a later DTO publishes only when its value differs) and the search last
@@ -53,19 +54,20 @@ public:
     // last known premade state stood in), then the countdown's: once for
     // every DTO, twice after a changed lobby. The first DTO publishes the
     // countdown only; readers that need the lobby at once use GET.
-    Effects CheckLobby(const GameDtoRecord& previous, const GameDtoRecord& incoming,
-                       const std::optional<Api::TbLobbyPremadeStateResource>& lastKnown) const;
+    void CheckLobby(const GameDtoRecord& previous, const GameDtoRecord& incoming,
+                    const std::optional<Api::TbLobbyPremadeStateResource>& lastKnown,
+                    Effects& out) const;
     // The matchmaking resource's change, given the search derived from the
     // two records (ignored when incoming has no DTO).
-    Effects CheckMatchmakingSearch(const GameDtoRecord& previous, const GameDtoRecord& incoming,
-                                   const Api::MatchmakingSearch& search) const;
+    void CheckMatchmakingSearch(const GameDtoRecord& previous, const GameDtoRecord& incoming,
+                                const Api::MatchmakingSearch& search, Effects& out) const;
 
     // Adopts what `changes` publish: an Update of the lobby or the search
     // becomes the value later DTOs are compared with, a Delete resets it. A
     // Create of the search is not adopted, so the next DTO's search is
     // compared with the default one and a search under way is published
     // again as an update.
-    void Keep(const Effects& changes);
+    void Keep(Effects changes);
     // The search GET serves and the service's other messages start from.
     void KeepCurrentSearch(Api::MatchmakingSearch search) { currentSearch_ = std::move(search); }
 

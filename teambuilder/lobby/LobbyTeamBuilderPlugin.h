@@ -126,12 +126,14 @@ public:
     SearchContext CurrentSearchContext() const;
     // The lobby side of the intake for one incoming record: checks the
     // lobby, countdown and matchmaking resources (with the search step the
-    // service skipped, if it did), keeps what the component remembers of
-    // them and returns the effects to carry out, in order.
+    // service skipped, if it did, kept at once since the incoming record's
+    // step compares with it) and returns the effects to carry out, in order;
+    // the intake keeps them once they are carried out.
     Effects AdvanceLobbySide(const GameDtoRecord& incoming);
-    // One matchmaking step from previous to incoming: the search derived,
-    // kept as the current one, and the change of the resource.
-    Effects AdvanceMatchmaking(const GameDtoRecord& previous, const GameDtoRecord& incoming);
+    // One matchmaking step from previous to incoming: the search derived and
+    // kept as the current one; the change of the resource goes to `out`.
+    void AdvanceMatchmaking(const GameDtoRecord& previous, const GameDtoRecord& incoming,
+                            Effects& out);
     // Publishes, deletes and logs as the effects say, in their order.
     void CarryOut(const Effects& effects);
     const LobbyResources& LobbySide() const { return lobbyResources_; }

@@ -58,8 +58,9 @@ TEST(LobbyResourcesTest, LobbyAndCountdownChecks) {
         if (row.published) {
             resources.Keep(Lines({Updated(kLobbyUri, LobbyOf(*row.published))}));
         }
-        EXPECT_EQ(resources.CheckLobby(Record(row.previous), Record(row.incoming), row.lastKnown),
-                  row.expected);
+        Effects got;
+        resources.CheckLobby(Record(row.previous), Record(row.incoming), row.lastKnown, got);
+        EXPECT_EQ(got, row.expected);
     }
     // The ready check's lobby from the last known premade state is the lobby
     // last published, with the ready check's queue.
@@ -96,8 +97,9 @@ TEST(LobbyResourcesTest, MatchmakingChecksAndWhatIsKept) {
         if (row.publishedBefore) {
             resources.Keep(Lines({Updated(kMatchmakingUri, search)}));
         }
-        const Effects changes =
-            resources.CheckMatchmakingSearch(Record(row.previous), Record(row.incoming), search);
+        Effects changes;
+        resources.CheckMatchmakingSearch(Record(row.previous), Record(row.incoming), search,
+                                         changes);
         ASSERT_EQ(static_cast<int>(changes.size()), row.expectedCount);
         if (row.expectedCount == 1) {
             const auto& change = std::get<ResourceChange>(changes[0]);
