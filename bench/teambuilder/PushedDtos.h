@@ -16,9 +16,9 @@
 #include "framework/binding/NativeConversion.h"
 #include "framework/codec/Json.h"
 #include "framework/host/HostValueConversion.h"
+#include "teambuilder/common/LobbyRecords.h"
+#include "teambuilder/common/RegisterTypes.h"
 #include "teambuilder/common/TeamBuilderNames.h"
-#include "teambuilder/lobby/LobbyRecords.h"
-#include "teambuilder/lobby/RegisterTypes.h"
 #include "tests/support/TestHost.h"
 
 namespace Orvan::Bench {

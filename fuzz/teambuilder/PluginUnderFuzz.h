@@ -19,7 +19,7 @@
 
 #include "framework/binding/BindingProperty.h"
 #include "framework/host/PluginEntry.h"
-#include "teambuilder/lobby/LobbyTeamBuilderPlugin.h"
+#include "teambuilder/plugin/LobbyTeamBuilderPlugin.h"
 #include "tests/support/TestHost.h"
 
 namespace Orvan::Fuzzing {

@@ -21,7 +21,7 @@
 #include "framework/serviceproxy/ServiceProxyClient.h"
 #include "teambuilder/champselect/ChampSelectResources.h"
 #include "teambuilder/champselect/RawActionFields.h"
-#include "teambuilder/lobby/LobbyTeamBuilderPlugin.h"
+#include "teambuilder/plugin/LobbyTeamBuilderPlugin.h"
 
 namespace Orvan::Client::LobbyTeamBuilder {
 

@@ -19,7 +19,7 @@
 #include "framework/resources/ResourceEvents.h"
 #include "teambuilder/champselect/ChampSelectResources.h"
 #include "teambuilder/champselect/DecimalPrefix.h"
-#include "teambuilder/lobby/LobbyTeamBuilderPlugin.h"
+#include "teambuilder/plugin/LobbyTeamBuilderPlugin.h"
 
 namespace Orvan::Client::LobbyTeamBuilder {
 

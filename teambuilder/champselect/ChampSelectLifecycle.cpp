@@ -13,7 +13,7 @@
 #include "framework/resources/ResourceEvents.h"
 #include "framework/rest/RestCalls.h"
 #include "teambuilder/champselect/ChampSelectResources.h"
-#include "teambuilder/lobby/LobbyTeamBuilderPlugin.h"
+#include "teambuilder/plugin/LobbyTeamBuilderPlugin.h"
 
 namespace Orvan::Client::LobbyTeamBuilder {
 

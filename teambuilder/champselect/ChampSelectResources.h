@@ -8,7 +8,7 @@
 
 #include <string_view>
 
-#include "teambuilder/lobby/GameDtoRecord.h"
+#include "teambuilder/common/GameDtoRecord.h"
 
 namespace Orvan::Client::LobbyTeamBuilder {
 

@@ -4,7 +4,7 @@
 // DTO and the draft inventory; nothing is cached for them.
 #include "framework/dispatch/EndpointRoutes.h"
 #include "teambuilder/champselect/ChampSelectResources.h"
-#include "teambuilder/lobby/LobbyTeamBuilderPlugin.h"
+#include "teambuilder/plugin/LobbyTeamBuilderPlugin.h"
 
 namespace Orvan::Client::LobbyTeamBuilder {
 

@@ -15,7 +15,7 @@
 #include <vector>
 
 #include "framework/host/FrameworkTypes.h"
-#include "teambuilder/lobby/LobbyRecords.h"
+#include "teambuilder/common/LobbyRecords.h"
 
 namespace Orvan::Client::LobbyTeamBuilder {
 

@@ -9,7 +9,7 @@
 #include "framework/binding/NativeConversion.h"
 #include "framework/log/Log.h"
 #include "framework/serviceproxy/ServiceProxyClient.h"
-#include "teambuilder/lobby/LobbyTeamBuilderPlugin.h"
+#include "teambuilder/plugin/LobbyTeamBuilderPlugin.h"
 
 namespace Orvan::Client::LobbyTeamBuilder {
 

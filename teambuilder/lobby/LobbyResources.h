@@ -15,9 +15,9 @@
 #include <cstdint>
 #include <optional>
 
+#include "teambuilder/common/GameDtoRecord.h"
 #include "teambuilder/common/IntakeChanges.h"
-#include "teambuilder/lobby/GameDtoRecord.h"
-#include "teambuilder/lobby/LobbyRecords.h"
+#include "teambuilder/common/LobbyRecords.h"
 
 namespace Orvan::Client::LobbyTeamBuilder {
 

@@ -7,7 +7,7 @@
 #include "framework/binding/MessageFormat.h"
 #include "framework/binding/NativeConversion.h"
 #include "framework/log/Log.h"
-#include "teambuilder/lobby/LobbyTeamBuilderPlugin.h"
+#include "teambuilder/plugin/LobbyTeamBuilderPlugin.h"
 
 namespace Orvan::Client::LobbyTeamBuilder {
 

@@ -11,7 +11,7 @@
 #include "framework/log/Log.h"
 #include "framework/resources/ResourceEvents.h"
 #include "framework/rest/RestCalls.h"
-#include "teambuilder/lobby/LobbyTeamBuilderPlugin.h"
+#include "teambuilder/plugin/LobbyTeamBuilderPlugin.h"
 
 namespace Orvan::Client::LobbyTeamBuilder {
 

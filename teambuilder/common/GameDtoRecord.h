@@ -14,8 +14,8 @@
 #include <utility>
 
 #include "framework/platform/Clock.h"
+#include "teambuilder/common/LobbyRecords.h"
 #include "teambuilder/common/TeamBuilderNames.h"
-#include "teambuilder/lobby/LobbyRecords.h"
 
 namespace Orvan::Client::LobbyTeamBuilder {
 

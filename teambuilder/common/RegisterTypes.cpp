@@ -1,9 +1,9 @@
-#include "teambuilder/lobby/RegisterTypes.h"
+#include "teambuilder/common/RegisterTypes.h"
 
 #include "framework/binding/BindingTypeRegistry.h"
 #include "framework/binding/TypeRegistration.h"
-#include "teambuilder/champselect/ChampSelectRecords.h"
-#include "teambuilder/lobby/LobbyRecords.h"
+#include "teambuilder/common/ChampSelectRecords.h"
+#include "teambuilder/common/LobbyRecords.h"
 
 namespace Orvan::Client::LobbyTeamBuilder {
 

@@ -6,19 +6,23 @@
 // a reconnection, passes through one intake (ApplyGameDtoRecord) that drops
 // stale and invalid ones, keeps the last accepted one and derives the
 // published resources from the change between the stored and the incoming
-// record. The members are defined by concern:
-//   LobbyTeamBuilderPlugin.cpp   construction, endpoint registration, start
-//   DtoIntake.cpp                the intake and the response utilities
-//   SessionHandlers.cpp          login and game-flow sessions, settings,
-//                                the reconnect retrieval
-//   LobbyResources.cpp           lobby, countdown and matchmaking resources
-//   MatchmakingSearch.cpp        the matchmaking search derived from two DTOs
-//   LobbyActions.cpp             create, join, position preferences,
-//                                promote, kick, quit
-//   MatchmakingActions.cpp       matchmaking and the ready check
-//   RemovalFromService.cpp       the service's other pushed messages
-//   FeatureToggles.cpp           the service's feature toggles
-//   ../champselect/              champion select
+// record: checkers derive the changes and effects (the lobby side's are
+// pure, in lobby/LobbyResources), the intake keeps what the components
+// remember and carries the effects out in order. Where things are:
+//   plugin/      this module: construction, endpoint registration, start
+//                (LobbyTeamBuilderPlugin.cpp), the intake and the response
+//                utilities (DtoIntake.cpp), the followed sessions, settings
+//                and the reconnect retrieval (SessionHandlers.cpp)
+//   common/      what every part shares: the service's and the plugin's
+//                records, their registration, the game-DTO record, the
+//                fixed names, the intake's changes and effects as values
+//   lobby/       lobby, countdown and matchmaking resources and their
+//                checkers (LobbyResources), the matchmaking search
+//                (MatchmakingSearch.cpp), lobby, matchmaking and ready-check
+//                actions, removal from service, feature toggles
+//   champselect/ champion select: session model and ceremonies, lifecycle,
+//                draft lists, actions and ward skin, trades, team boost, UX
+//                show timers
 //
 // Ownership: owns all of the plugin's state by value for the life of the
 // module. Threads: the host's thread (see AppModule); waits inside service
@@ -41,9 +45,9 @@
 #include "framework/host/AppModule.h"
 #include "framework/resources/TypedResource.h"
 #include "framework/serviceproxy/ServiceCaller.h"
+#include "teambuilder/common/GameDtoRecord.h"
 #include "teambuilder/common/IntakeChanges.h"
-#include "teambuilder/lobby/GameDtoRecord.h"
-#include "teambuilder/lobby/LobbyRecords.h"
+#include "teambuilder/common/LobbyRecords.h"
 #include "teambuilder/lobby/LobbyResources.h"
 
 namespace Orvan::Client::LobbyTeamBuilder {

@@ -1,11 +1,11 @@
-#include "teambuilder/lobby/LobbyTeamBuilderPlugin.h"
+#include "teambuilder/plugin/LobbyTeamBuilderPlugin.h"
 
 #include <utility>
 
 #include "framework/dispatch/EndpointRoutes.h"
 #include "framework/resources/ResourceEvents.h"
 #include "framework/serviceproxy/ServiceProxyClient.h"
-#include "teambuilder/lobby/RegisterTypes.h"
+#include "teambuilder/common/RegisterTypes.h"
 
 namespace Orvan::Client::LobbyTeamBuilder {
 
