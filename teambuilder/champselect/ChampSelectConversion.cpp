@@ -134,7 +134,7 @@ std::vector<Api::ActionV1> LobbyTeamBuilderPlugin::ReadActionSetOnce(
 }
 
 std::vector<std::vector<Api::ActionV1>> LobbyTeamBuilderPlugin::ExpandActionSets(
-    const Api::ChampionSelectStateV1& state) const {
+    const Api::ChampionSelectStateV1& state, Effects* lines) const {
     const size_t setCount = state.actionSetList.size();
 
     struct CeremonyKey {
@@ -170,8 +170,13 @@ std::vector<std::vector<Api::ActionV1>> LobbyTeamBuilderPlugin::ExpandActionSets
         if (!ceremonies) {
             BindingProperty offending;
             offending.Append() = *key.ceremonies;
-            Log(kWarn, kGroupDbg, "Failed to convert ceremonies: %s",
-                Framework::WriteJson(offending).c_str());
+            LogLine line{kWarn, kGroupDbg,
+                         "Failed to convert ceremonies: " + Framework::WriteJson(offending)};
+            if (lines != nullptr) {
+                lines->emplace_back(std::move(line));
+            } else {
+                Log(line.level, line.groups, "%s", line.text.c_str());
+            }
             continue;
         }
         for (; nextSet < static_cast<size_t>(key.index); ++nextSet) {
@@ -248,14 +253,15 @@ void LobbyTeamBuilderPlugin::OnCeremonyTimerFired(int32_t actionId) {
     }
 }
 
-ChampSelectView LobbyTeamBuilderPlugin::BuildChampSelectSession(const GameDtoRecord& record) const {
+ChampSelectView LobbyTeamBuilderPlugin::BuildChampSelectSession(const GameDtoRecord& record,
+                                                                Effects* lines) const {
     ChampSelectView view;
     const Api::ChampionSelectStateV1* state = ChampSelectStateOf(record);
     if (state == nullptr) {
         return view;
     }
 
-    std::vector<std::vector<Api::ActionV1>> sets = ExpandActionSets(*state);
+    std::vector<std::vector<Api::ActionV1>> sets = ExpandActionSets(*state, lines);
     if (state->subphase != kPlanningSubphase) {
         view.dueCeremony = DueCeremonyTimer(sets);
     }

@@ -39,10 +39,11 @@ const Api::TeamBuilderBoostInfo& BoostStateOf(const GameDtoRecord& record) {
 
 }  // namespace
 
-void LobbyTeamBuilderPlugin::CreateTeamBoost(const GameDtoRecord& incoming) {
+Api::TeamBoost LobbyTeamBuilderPlugin::InitialTeamBoost(const GameDtoRecord& incoming) {
     // Only the price is known before the first refresh.
-    teamBoost_ = Api::TeamBoost();
-    teamBoost_->price = BoostStateOf(incoming).cost;
+    Api::TeamBoost boost;
+    boost.price = BoostStateOf(incoming).cost;
+    return boost;
 }
 
 void LobbyTeamBuilderPlugin::RefreshTeamBoost(const GameDtoRecord& previous,

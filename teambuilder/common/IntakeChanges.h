@@ -23,7 +23,7 @@ using ResourceEventType = Framework::PluginResourceEventType;
 
 // What a published resource carries; nothing for a Delete.
 using ResourceValue = std::variant<std::monostate, bool, Api::Lobby, Api::LobbyCountdownTimer,
-                                   Api::MatchmakingSearch>;
+                                   Api::MatchmakingSearch, Api::ChampSelectSession, Api::TeamBoost>;
 
 // A Create, Update or Delete event of one of the plugin's resources.
 struct ResourceChange {
@@ -43,7 +43,39 @@ struct LogLine {
     bool operator==(const LogLine&) const = default;
 };
 
-using Effect = std::variant<ResourceChange, LogLine>;
+// A ceremony whose display time is to be timed: the action that shows it,
+// the label of its delayed call and how long it lasts.
+struct CeremonyTimer {
+    int32_t actionId = 0;
+    std::string label;
+    int64_t durationMillis = 0;
+
+    bool operator==(const CeremonyTimer&) const = default;
+};
+
+// The request for the local player's selected ward skin; the answer arrives
+// later and is shown in the session then.
+struct WardSkinRequest {
+    bool operator==(const WardSkinRequest&) const = default;
+};
+
+// An event posted to the game flow; its answer is not waited for.
+struct GameflowEvent {
+    std::string_view event;
+
+    bool operator==(const GameflowEvent&) const = default;
+};
+
+// The hook that runs whenever a session is created or a changed one is
+// published: the team boost's refresh, the bannable list's opt-out and the
+// UX show timers. Its own effects depend on the state they change as they
+// run, so it is carried out in its place in the list.
+struct SessionChangedHook {
+    bool operator==(const SessionChangedHook&) const = default;
+};
+
+using Effect = std::variant<ResourceChange, LogLine, CeremonyTimer, WardSkinRequest, GameflowEvent,
+                            SessionChangedHook>;
 using Effects = std::vector<Effect>;
 
 inline ResourceChange Created(std::string_view uri, ResourceValue value) {

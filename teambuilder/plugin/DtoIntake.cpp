@@ -12,7 +12,9 @@
 #include "framework/codec/Json.h"
 #include "framework/log/Log.h"
 #include "framework/resources/ResourceEvents.h"
+#include "framework/rest/RestCalls.h"
 #include "framework/serviceproxy/ServiceProxyClient.h"
+#include "teambuilder/champselect/ChampSelectResources.h"
 #include "teambuilder/plugin/LobbyTeamBuilderPlugin.h"
 
 namespace Orvan::Client::LobbyTeamBuilder {
@@ -81,14 +83,23 @@ void LobbyTeamBuilderPlugin::ApplyGameDtoRecord(GameDtoRecord incoming) {
     } else if (const Api::TbLobbyPremadeStateResource* premade = incoming.PremadeState()) {
         currentDraftPremadeId_ = premade->draftPremadeId;
     }
-    // Champion select still publishes as it goes, so the lobby side's
-    // effects are carried out before it runs.
-    CarryOut(effects);
-    lobbyResources_.Keep(std::move(effects));
-
     actionSetsRead_.clear();
     applyingDto_ = true;
-    OnChampSelectDto(storedDto_, incoming);
+    const ChampSelectTransition transition = CheckChampSelectSession(storedDto_, incoming, effects);
+    KeepChampSelectTransition(transition, storedDto_, incoming);
+    CarryOut(effects, storedDto_, incoming);
+    if (transition == ChampSelectTransition::Update) {
+        // The update path compares the next session with the one it
+        // published; the value is no longer needed in the list.
+        for (Effect& effect : effects) {
+            auto* change = std::get_if<ResourceChange>(&effect);
+            if (change != nullptr && change->uri == kChampSelectSessionUri) {
+                lastPublishedSession_ = std::get<Api::ChampSelectSession>(std::move(change->value));
+            }
+        }
+    }
+    lobbyResources_.Keep(std::move(effects));
+    // Still publishes as it goes.
     UpdateDraftLists(incoming);
     applyingDto_ = false;
     actionSetsRead_.clear();
@@ -106,7 +117,7 @@ void LobbyTeamBuilderPlugin::ApplyGameDtoRecord(GameDtoRecord incoming) {
 
 Effects LobbyTeamBuilderPlugin::AdvanceLobbySide(const GameDtoRecord& incoming) {
     Effects effects;
-    effects.reserve(8);
+    effects.reserve(16);
     // The service may skip the search entirely (a lobby that is matched at
     // once); the matchmaking resource still has to pass through searching so
     // the ready check is shown as a found match.
@@ -153,7 +164,8 @@ SearchContext LobbyTeamBuilderPlugin::CurrentSearchContext() const {
     return SearchContext{&lastKnownPremadeState_, applyingReconnectDto_, localSummonerId_};
 }
 
-void LobbyTeamBuilderPlugin::CarryOut(const Effects& effects) {
+void LobbyTeamBuilderPlugin::CarryOut(const Effects& effects, const GameDtoRecord& previous,
+                                      const GameDtoRecord& incoming) {
     // The countdown published twice after a changed lobby is the same value;
     // it is converted once.
     const ResourceChange* converted = nullptr;
@@ -161,6 +173,23 @@ void LobbyTeamBuilderPlugin::CarryOut(const Effects& effects) {
     for (const Effect& effect : effects) {
         if (const auto* line = std::get_if<LogLine>(&effect)) {
             Log(line->level, line->groups, "%s", line->text.c_str());
+            continue;
+        }
+        if (const auto* timer = std::get_if<CeremonyTimer>(&effect)) {
+            StartCeremonyTimer(*timer);
+            continue;
+        }
+        if (std::holds_alternative<WardSkinRequest>(effect)) {
+            RequestLocalWardSkin();
+            continue;
+        }
+        if (const auto* event = std::get_if<GameflowEvent>(&effect)) {
+            static_cast<void>(
+                Request(Framework::HttpMethod::Post, kGameflowEventUri, event->event));
+            continue;
+        }
+        if (std::holds_alternative<SessionChangedHook>(effect)) {
+            OnChampSelectSessionChanged(previous, incoming);
             continue;
         }
         const ResourceChange& change = std::get<ResourceChange>(effect);

@@ -59,14 +59,14 @@ inline constexpr const char* kShortName = "qel-lobby-team-builder";
 inline constexpr std::string_view kRetrieveLatestDtoTask =
     "qel-lobby-team-builder.retrieve-latest-tbd-game-dto";
 
-// A ceremony whose display time is to be timed: the action that shows it,
-// the label of its delayed call and how long it lasts.
-struct CeremonyTimer {
-    int32_t actionId = 0;
-    std::string label;
-    int64_t durationMillis = 0;
-
-    bool operator==(const CeremonyTimer&) const = default;
+// What a DTO does to the champion-select session.
+enum class ChampSelectTransition {
+    None,
+    // A late DTO of a draft that is over: logged, nothing created.
+    StaleTeam,
+    Enter,
+    Update,
+    Leave,
 };
 
 struct ChampSelectView {
@@ -138,21 +138,36 @@ public:
     // kept as the current one; the change of the resource goes to `out`.
     void AdvanceMatchmaking(const GameDtoRecord& previous, const GameDtoRecord& incoming,
                             Effects& out);
-    // Publishes, deletes and logs as the effects say, in their order.
-    void CarryOut(const Effects& effects);
+    // Publishes, deletes, logs, requests and runs the hooks as the effects
+    // say, in their order; previous and incoming are the records the effects
+    // were derived from.
+    void CarryOut(const Effects& effects, const GameDtoRecord& previous = GameDtoRecord(),
+                  const GameDtoRecord& incoming = GameDtoRecord());
     const LobbyResources& LobbySide() const { return lobbyResources_; }
 
     // ---- Champion select (consumers of the intake) --------------------------
 
-    void OnChampSelectDto(const GameDtoRecord& previous, const GameDtoRecord& incoming);
+    // The session's transition from previous to incoming; its changes and
+    // effects go to `out`. Changes nothing.
+    ChampSelectTransition CheckChampSelectSession(const GameDtoRecord& previous,
+                                                  const GameDtoRecord& incoming,
+                                                  Effects& out) const;
+    // Keeps what the transition changes of the plugin's champion-select
+    // state, before its effects are carried out: the recent team ids on
+    // entering; the UX timers, the ceremony bookkeeping and the team boost on
+    // leaving (the team boost a session starts with is kept on entering).
+    void KeepChampSelectTransition(ChampSelectTransition transition, const GameDtoRecord& previous,
+                                   const GameDtoRecord& incoming);
     void UpdateDraftLists(const GameDtoRecord& incoming);
 
     // ---- Champion select: session model (champselect/ChampSelectConversion.cpp,
     // ChampSelectTimer.cpp) ----------------------------------------------------
 
     // The session of a record in champion select (or none) and the timer
-    // the ceremony it shows needs. Changes nothing.
-    ChampSelectView BuildChampSelectSession(const GameDtoRecord& record) const;
+    // the ceremony it shows needs. Changes nothing; the lines it has to log
+    // go to `lines` when given.
+    ChampSelectView BuildChampSelectSession(const GameDtoRecord& record,
+                                            Effects* lines = nullptr) const;
     // Reading a session starts the timer of the ceremony it shows: the
     // intake, GET session and every republication read it this way.
     std::optional<Api::ChampSelectSession> ReadChampSelectSession(const GameDtoRecord& record);
@@ -167,7 +182,7 @@ public:
     // The action sets as received, with each ceremony made an action set of
     // its own at its index.
     std::vector<std::vector<Api::ActionV1>> ExpandActionSets(
-        const Api::ChampionSelectStateV1& state) const;
+        const Api::ChampionSelectStateV1& state, Effects* lines = nullptr) const;
     // The elements of one action set as received; what does not convert
     // keeps its default, and a set that is not an array has no actions.
     std::vector<Api::ActionV1> ReadActionSet(const Framework::BindingProperty& set) const;
@@ -197,7 +212,8 @@ public:
     // UxTimers.cpp) ----------------------------------------------------------------
 
     void RequestLocalWardSkin();
-    void CreateTeamBoost(const GameDtoRecord& incoming);
+    // The team boost a session starts with: only the price is known.
+    static Api::TeamBoost InitialTeamBoost(const GameDtoRecord& incoming);
     void RefreshTeamBoost(const GameDtoRecord& previous, const GameDtoRecord& incoming);
     void DestroyTeamBoost();
     void HandleUx(const GameDtoRecord& previous, const GameDtoRecord& incoming);
@@ -283,9 +299,6 @@ private:
     // 404 without that member.
     Framework::Maybe<Framework::BindingProperty> MemberSlotPayload(uint64_t summonerId) const;
 
-    void EnterChampSelect(const GameDtoRecord& previous, const GameDtoRecord& incoming);
-    void UpdateChampSelect(const GameDtoRecord& previous, const GameDtoRecord& incoming);
-    void LeaveChampSelect(const GameDtoRecord& previous);
     void LogServiceMessageValue(Framework::Maybe<Framework::BindingProperty> value,
                                 std::string_view typeName) const;
     // ---- Champion-select actions and trades (ChampSelectActions.cpp) ----
