@@ -114,7 +114,9 @@ void LobbyResources::CheckLobby(const GameDtoRecord& previous, const GameDtoReco
     }
     const bool changed = derived.lobby != publishedLobby_;
     if (changed) {
-        out.emplace_back(Updated(kLobbyUri, std::move(derived.lobby)));
+        // Built in place: a lobby is large enough for each move to count.
+        out.emplace_back(std::in_place_type<ResourceChange>, kLobbyUri, ResourceEventType::Update,
+                         std::move(derived.lobby));
     }
     Api::LobbyCountdownTimer countdown = DeriveCountdown(*incoming.dto);
     if (changed) {

@@ -117,7 +117,7 @@ void LobbyTeamBuilderPlugin::ApplyGameDtoRecord(GameDtoRecord incoming) {
 
 Effects LobbyTeamBuilderPlugin::AdvanceLobbySide(const GameDtoRecord& incoming) {
     Effects effects;
-    effects.reserve(16);
+    effects.reserve(8);
     // The service may skip the search entirely (a lobby that is matched at
     // once); the matchmaking resource still has to pass through searching so
     // the ready check is shown as a found match.
