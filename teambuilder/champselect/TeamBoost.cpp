@@ -9,6 +9,7 @@
 #include <optional>
 #include <string>
 #include <utility>
+#include <variant>
 
 #include "framework/binding/BindingProperty.h"
 #include "framework/binding/MessageFormat.h"
@@ -46,8 +47,8 @@ Api::TeamBoost LobbyTeamBuilderPlugin::InitialTeamBoost(const GameDtoRecord& inc
     return boost;
 }
 
-void LobbyTeamBuilderPlugin::RefreshTeamBoost(const GameDtoRecord& previous,
-                                              const GameDtoRecord& incoming) {
+void LobbyTeamBuilderPlugin::CheckTeamBoost(const GameDtoRecord& previous,
+                                            const GameDtoRecord& incoming, Effects& out) const {
     const Api::ChampionSelectStateV1* state = ChampSelectStateOf(incoming);
     if (state == nullptr) {
         return;
@@ -71,8 +72,18 @@ void LobbyTeamBuilderPlugin::RefreshTeamBoost(const GameDtoRecord& previous,
     boost.ipRewardForPurchaser = 0;
     boost.availableSkins = now.unlockedSkinIds;
     boost.unlocked = now.battleBoostActivated;
-    *teamBoost_ = std::move(boost);
-    PublishResource(kTeamBoostUri, *teamBoost_, Framework::PluginResourceEventType::Update);
+    out.emplace_back(Updated(kTeamBoostUri, std::move(boost)));
+}
+
+void LobbyTeamBuilderPlugin::RefreshTeamBoost(const GameDtoRecord& previous,
+                                              const GameDtoRecord& incoming) {
+    Effects changes;
+    CheckTeamBoost(previous, incoming, changes);
+    if (changes.empty()) {
+        return;
+    }
+    teamBoost_ = std::get<Api::TeamBoost>(std::get<ResourceChange>(changes.front()).value);
+    CarryOut(changes);
 }
 
 void LobbyTeamBuilderPlugin::DestroyTeamBoost() {

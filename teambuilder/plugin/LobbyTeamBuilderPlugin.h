@@ -214,6 +214,11 @@ public:
     void RequestLocalWardSkin();
     // The team boost a session starts with: only the price is known.
     static Api::TeamBoost InitialTeamBoost(const GameDtoRecord& incoming);
+    // The team boost's update when the incoming record unlocks skins or
+    // activates the boost and a session's boost exists. Changes nothing.
+    void CheckTeamBoost(const GameDtoRecord& previous, const GameDtoRecord& incoming,
+                        Effects& out) const;
+    // Keeps and publishes what CheckTeamBoost finds.
     void RefreshTeamBoost(const GameDtoRecord& previous, const GameDtoRecord& incoming);
     void DestroyTeamBoost();
     void HandleUx(const GameDtoRecord& previous, const GameDtoRecord& incoming);

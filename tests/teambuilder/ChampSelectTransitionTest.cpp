@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "teambuilder/champselect/ChampSelectResources.h"
 #include "tests/teambuilder/ChampSelectTestSupport.h"
 
 namespace Orvan::Client::LobbyTeamBuilder::Testing {
@@ -116,6 +117,64 @@ TEST(ChampSelectTransitionTest, AnUnchangedSessionIsNoChange) {
     EXPECT_EQ(host.Plugin().CheckChampSelectSession(stored, stored, effects),
               ChampSelectTransition::None);
     EXPECT_TRUE(effects.empty());
+}
+
+}  // namespace
+}  // namespace Orvan::Client::LobbyTeamBuilder::Testing
+
+namespace Orvan::Client::LobbyTeamBuilder::Testing {
+namespace {
+
+TbdGameDtoV1 Boosted(int32_t counter, std::vector<int64_t> skins, bool activated) {
+    TbdGameDtoV1 dto = Draft(counter);
+    dto.championSelectState->battleBoostState.unlockedSkinIds = std::move(skins);
+    dto.championSelectState->battleBoostState.battleBoostActivated = activated;
+    dto.championSelectState->battleBoostState.activatorCellId = 2;
+    return dto;
+}
+
+struct BoostRow {
+    const char* name;
+    bool inSession;  // a session (and its team boost) was created before
+    TbdGameDtoV1 previous;
+    TbdGameDtoV1 incoming;
+    std::optional<TeamBoost> expected;
+};
+
+TEST(ChampSelectTransitionTest, TeamBoostChecks) {
+    TeamBoost unlocked;
+    unlocked.summonerName = "summoner2";
+    unlocked.skinUnlockMode = "SINGLE";
+    unlocked.price = 250;
+    unlocked.availableSkins = {7001, 7002};
+    TeamBoost activated = unlocked;
+    activated.unlocked = true;
+    // clang-format off
+    const BoostRow rows[] = {
+        {"nothing new", true, Boosted(5, {7001, 7002}, false), Boosted(6, {7001, 7002}, false), std::nullopt},
+        {"skins unlocked", true, Boosted(5, {}, false), Boosted(6, {7001, 7002}, false), unlocked},
+        {"boost activated", true, Boosted(5, {7001, 7002}, false), Boosted(6, {7001, 7002}, true), activated},
+        {"activated before", true, Boosted(5, {7001, 7002}, true), Boosted(6, {7001, 7002}, true), std::nullopt},
+        {"no session's boost", false, Boosted(5, {}, false), Boosted(6, {7001, 7002}, true), std::nullopt},
+        {"out of champion select", true, Boosted(5, {}, false), Premade(6, Slots(2)), std::nullopt},
+    };
+    // clang-format on
+    for (const BoostRow& row : rows) {
+        SCOPED_TRACE(row.name);
+        TeamBuilderHost host(kInProcess);
+        if (row.inSession) {
+            host.Push(Draft(1));
+        }
+        host.TakeEvents();
+        Effects effects;
+        host.Plugin().CheckTeamBoost(At(1, row.previous), At(2, row.incoming), effects);
+        Effects expected;
+        if (row.expected) {
+            expected.emplace_back(Updated(kTeamBoostUri, *row.expected));
+        }
+        EXPECT_EQ(effects, expected);
+        EXPECT_TRUE(host.TakeEvents().empty());
+    }
 }
 
 }  // namespace
