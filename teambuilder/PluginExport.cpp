@@ -1,7 +1,7 @@
 // The plugin's only exported symbol.
 #include "framework/host/HostAbi.h"
 #include "framework/module/PluginEntry.h"
-#include "teambuilder/lobby/LobbyTeamBuilderPlugin.h"
+#include "teambuilder/plugin/LobbyTeamBuilderPlugin.h"
 
 extern "C" QEL_PLUGIN_EXPORT void QEL_HOST_CALL
 load_qel_lobby_team_builder(PluginLoadRecord* record) {

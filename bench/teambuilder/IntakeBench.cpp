@@ -17,7 +17,7 @@
 
 #include "bench/teambuilder/PushedDtos.h"
 #include "framework/binding/BindingProperty.h"
-#include "teambuilder/lobby/LobbyRecords.h"
+#include "teambuilder/common/LobbyRecords.h"
 
 namespace {
 

@@ -16,8 +16,9 @@
 #include "framework/binding/NativeConversion.h"
 #include "framework/codec/Json.h"
 #include "framework/host/HostValueConversion.h"
-#include "teambuilder/lobby/LobbyRecords.h"
-#include "teambuilder/lobby/RegisterTypes.h"
+#include "teambuilder/common/LobbyRecords.h"
+#include "teambuilder/common/RegisterTypes.h"
+#include "teambuilder/common/TeamBuilderNames.h"
 #include "tests/support/TestHost.h"
 
 namespace Orvan::Bench {
@@ -58,10 +59,11 @@ public:
         for (const std::string& payload : payloads) {
             Framework::BindingProperty message;
             message.MutableField("uuid").SetString("");
-            message.MutableField("serviceName").SetString("teambuilder-draft");
-            message.MutableField("methodName").SetString("tbdGameDtoV1");
+            message.MutableField("serviceName")
+                .SetString(Client::LobbyTeamBuilder::kTeamBuilderService);
+            message.MutableField("methodName").SetString(Client::LobbyTeamBuilder::kGameDtoMethod);
             message.MutableField("payload").SetString(payload);
-            message.MutableField("status").SetString("OK");
+            message.MutableField("status").SetString(Client::LobbyTeamBuilder::kServiceStatusOk);
             message.MutableField("error").SetString("");
             messages_.push_back(std::make_unique<Framework::OwnedHostValue>());
             if (!Framework::ToHostValue(message, messages_.back()->Get())) {

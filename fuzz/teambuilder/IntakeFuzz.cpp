@@ -22,11 +22,18 @@ namespace {
 
 using namespace Orvan::Fuzzing;
 
-constexpr const char* kMethods[] = {
-    "tbdGameDtoV1",         "tbdGameDtoV1",
-    "tbdGameDtoV1",         "tbdGameDtoV1",
-    "removedFromServiceV1", "gatekeeperRestrictedV2",
-    "gameStartFailedV1",    "quitguardLowPriorityQueueAbandonedV1",
+using namespace Orvan::Client::LobbyTeamBuilder;
+
+// The DTO four times in eight, so most inputs reach the intake.
+constexpr std::string_view kMethods[] = {
+    kGameDtoMethod,
+    kGameDtoMethod,
+    kGameDtoMethod,
+    kGameDtoMethod,
+    kRemovedFromServiceMethod,
+    kGatekeeperRestrictedMethod,
+    kGameStartFailedMethod,
+    kQuitguardAbandonedMethod,
 };
 
 struct Read {
@@ -60,7 +67,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     PluginUnderFuzz& plugin = PluginUnderFuzz::Instance();
     TestHost& host = plugin.Host();
     FuzzInput input(data, size);
-    const char* method = kMethods[input.Pick(std::size(kMethods))];
+    const std::string_view method = kMethods[input.Pick(std::size(kMethods))];
     const uint8_t step = input.Byte();
     const std::string payload = input.Rest();
 

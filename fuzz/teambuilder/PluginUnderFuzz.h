@@ -19,7 +19,7 @@
 
 #include "framework/binding/BindingProperty.h"
 #include "framework/module/PluginEntry.h"
-#include "teambuilder/lobby/LobbyTeamBuilderPlugin.h"
+#include "teambuilder/plugin/LobbyTeamBuilderPlugin.h"
 #include "tests/support/TestHost.h"
 
 namespace Orvan::Fuzzing {
@@ -33,12 +33,13 @@ inline void QEL_HOST_CALL LoadPluginUnderFuzz(PluginLoadRecord* record) {
 }
 
 // A message of the service proxy as the login plugin hands it over.
-inline BindingProperty ProxyMessage(std::string_view method, std::string_view payload,
-                                    std::string_view uuid = {}, std::string_view status = "OK",
-                                    std::string_view error = {}) {
+inline BindingProperty ProxyMessage(
+    std::string_view method, std::string_view payload, std::string_view uuid = {},
+    std::string_view status = Client::LobbyTeamBuilder::kServiceStatusOk,
+    std::string_view error = {}) {
     BindingProperty message;
     message.MutableField("uuid").SetString(uuid);
-    message.MutableField("serviceName").SetString("teambuilder-draft");
+    message.MutableField("serviceName").SetString(Client::LobbyTeamBuilder::kTeamBuilderService);
     message.MutableField("methodName").SetString(method);
     message.MutableField("payload").SetString(payload);
     message.MutableField("status").SetString(status);
@@ -51,7 +52,7 @@ public:
     struct Answer {
         std::string method;
         std::string payload;
-        std::string status = "OK";
+        std::string status{Client::LobbyTeamBuilder::kServiceStatusOk};
         std::string error;
     };
 

@@ -21,7 +21,7 @@
 #include "framework/serviceproxy/ServiceProxyClient.h"
 #include "teambuilder/champselect/ChampSelectResources.h"
 #include "teambuilder/champselect/RawActionFields.h"
-#include "teambuilder/lobby/LobbyTeamBuilderPlugin.h"
+#include "teambuilder/plugin/LobbyTeamBuilderPlugin.h"
 
 namespace Orvan::Client::LobbyTeamBuilder {
 
@@ -99,7 +99,7 @@ void LobbyTeamBuilderPlugin::AdoptLocalWardSkin(int64_t wardSkinId) {
     // The ward skin is not part of any DTO, so no DTO would bring it to the
     // session; it is shown at once. Outside a session there is nothing to
     // show, and the next session starts with it.
-    if (std::optional<Api::ChampSelectSession> session = BuildChampSelectSession(storedDto_)) {
+    if (std::optional<Api::ChampSelectSession> session = ReadChampSelectSession(storedDto_)) {
         PublishResource(kChampSelectSessionUri, *session,
                         Framework::PluginResourceEventType::Update);
     }

@@ -19,7 +19,7 @@
 #include "framework/resources/ResourceEvents.h"
 #include "teambuilder/champselect/ChampSelectResources.h"
 #include "teambuilder/champselect/DecimalPrefix.h"
-#include "teambuilder/lobby/LobbyTeamBuilderPlugin.h"
+#include "teambuilder/plugin/LobbyTeamBuilderPlugin.h"
 
 namespace Orvan::Client::LobbyTeamBuilder {
 
@@ -134,7 +134,7 @@ std::vector<Api::ActionV1> LobbyTeamBuilderPlugin::ReadActionSetOnce(
 }
 
 std::vector<std::vector<Api::ActionV1>> LobbyTeamBuilderPlugin::ExpandActionSets(
-    const Api::ChampionSelectStateV1& state) const {
+    const Api::ChampionSelectStateV1& state, Effects* lines) const {
     const size_t setCount = state.actionSetList.size();
 
     struct CeremonyKey {
@@ -170,8 +170,13 @@ std::vector<std::vector<Api::ActionV1>> LobbyTeamBuilderPlugin::ExpandActionSets
         if (!ceremonies) {
             BindingProperty offending;
             offending.Append() = *key.ceremonies;
-            Log(kWarn, kGroupDbg, "Failed to convert ceremonies: %s",
-                Framework::WriteJson(offending).c_str());
+            LogLine line{kWarn, kGroupDbg,
+                         "Failed to convert ceremonies: " + Framework::WriteJson(offending)};
+            if (lines != nullptr) {
+                lines->emplace_back(std::move(line));
+            } else {
+                Log(line.level, line.groups, "%s", line.text.c_str());
+            }
             continue;
         }
         for (; nextSet < static_cast<size_t>(key.index); ++nextSet) {
@@ -195,10 +200,10 @@ std::vector<std::vector<Api::ActionV1>> LobbyTeamBuilderPlugin::ExpandActionSets
     return sets;
 }
 
-void LobbyTeamBuilderPlugin::CheckCeremonyTimer(
-    const std::vector<std::vector<Api::ActionV1>>& sets) {
+std::optional<CeremonyTimer> LobbyTeamBuilderPlugin::DueCeremonyTimer(
+    const std::vector<std::vector<Api::ActionV1>>& sets) const {
     if (sets.empty()) {
-        return;
+        return std::nullopt;
     }
     // The set in progress: the first one with work left, or the last one.
     auto current =
@@ -208,21 +213,34 @@ void LobbyTeamBuilderPlugin::CheckCeremonyTimer(
         });
     const std::vector<Api::ActionV1>& set = current != sets.end() ? *current : sets.back();
     if (set.empty()) {
-        return;
+        return std::nullopt;
     }
     const Api::ActionV1& action = set.front();
     // Synthetic ids start at the base, so a pending id at or above it is a
     // ceremony timer of this session that has not fired yet.
     if (action.duration == 0 || pendingCeremonyActionId_ >= ceremonyActionIdBase_ ||
         action.completed) {
-        return;
+        return std::nullopt;
     }
-    pendingCeremonyActionId_ = action.actionId;
-    const int32_t actionId = action.actionId;
+    return CeremonyTimer{action.actionId, action.type, action.duration};
+}
+
+void LobbyTeamBuilderPlugin::StartCeremonyTimer(const CeremonyTimer& timer) {
+    pendingCeremonyActionId_ = timer.actionId;
+    const int32_t actionId = timer.actionId;
     const std::chrono::milliseconds delay(
-        std::clamp<int64_t>(action.duration, 0, kMaxCeremonyMillis));
-    ScheduleAt(action.type, Clock::now() + delay,
+        std::clamp<int64_t>(timer.durationMillis, 0, kMaxCeremonyMillis));
+    ScheduleAt(timer.label, Clock::now() + delay,
                [this, actionId] { OnCeremonyTimerFired(actionId); });
+}
+
+std::optional<Api::ChampSelectSession> LobbyTeamBuilderPlugin::ReadChampSelectSession(
+    const GameDtoRecord& record) {
+    ChampSelectView view = BuildChampSelectSession(record);
+    if (view.dueCeremony) {
+        StartCeremonyTimer(*view.dueCeremony);
+    }
+    return std::move(view.session);
 }
 
 void LobbyTeamBuilderPlugin::OnCeremonyTimerFired(int32_t actionId) {
@@ -230,24 +248,25 @@ void LobbyTeamBuilderPlugin::OnCeremonyTimerFired(int32_t actionId) {
     pendingCeremonyActionId_ = -1;
     // Shown at once; the update path keeps comparing with what it published
     // itself, so the next DTO publishes again.
-    if (std::optional<Api::ChampSelectSession> session = BuildChampSelectSession(storedDto_)) {
+    if (std::optional<Api::ChampSelectSession> session = ReadChampSelectSession(storedDto_)) {
         PublishResource(kChampSelectSessionUri, *session, PluginResourceEventType::Update);
     }
 }
 
-std::optional<Api::ChampSelectSession> LobbyTeamBuilderPlugin::BuildChampSelectSession(
-    const GameDtoRecord& record) {
+ChampSelectView LobbyTeamBuilderPlugin::BuildChampSelectSession(const GameDtoRecord& record,
+                                                                Effects* lines) const {
+    ChampSelectView view;
     const Api::ChampionSelectStateV1* state = ChampSelectStateOf(record);
     if (state == nullptr) {
-        return std::nullopt;
+        return view;
     }
 
-    std::vector<std::vector<Api::ActionV1>> sets = ExpandActionSets(*state);
+    std::vector<std::vector<Api::ActionV1>> sets = ExpandActionSets(*state, lines);
     if (state->subphase != kPlanningSubphase) {
-        CheckCeremonyTimer(sets);
+        view.dueCeremony = DueCeremonyTimer(sets);
     }
 
-    Api::ChampSelectSession session;
+    Api::ChampSelectSession& session = view.session.emplace();
     const Framework::BindingTypeInfo* actionInfo =
         Registry().Find(Framework::StaticType::Of<Api::ChampSelectAction>());
     session.actions.reserve(sets.size());
@@ -311,7 +330,7 @@ std::optional<Api::ChampSelectSession> LobbyTeamBuilderPlugin::BuildChampSelectS
     session.allowBattleBoost = state->battleBoostState.allowBattleBoost;
     session.allowRerolling = state->rerollState.allowRerolling;
     session.rerollsRemaining = state->rerollState.rerollsRemaining;
-    return session;
+    return view;
 }
 
 Api::ChampSelectPlayerSelection LobbyTeamBuilderPlugin::ConvertCell(const Api::CellV1& cell,

@@ -1,9 +1,10 @@
 // The champion-select session's lifecycle, driven by the DTO intake: every
-// accepted DTO reaches OnChampSelectDto (with the stored DTO) and then
-// UpdateDraftLists, after the lobby and matchmaking resources and before the
-// DTO is stored. A session is created by the first DTO with a draft state,
-// updated while the published session changes, and deleted by the first DTO
-// without one.
+// accepted DTO is checked against the stored one (CheckChampSelectSession)
+// after the lobby side, and the draft lists follow. A session is created by
+// the first DTO with a draft state, updated while the published session
+// changes, and deleted by the first DTO without one. The check only derives
+// the changes; KeepChampSelectTransition keeps what they change of the
+// plugin's state and the intake carries them out.
 #include <algorithm>
 #include <optional>
 #include <string>
@@ -13,7 +14,7 @@
 #include "framework/resources/ResourceEvents.h"
 #include "framework/rest/RestCalls.h"
 #include "teambuilder/champselect/ChampSelectResources.h"
-#include "teambuilder/lobby/LobbyTeamBuilderPlugin.h"
+#include "teambuilder/plugin/LobbyTeamBuilderPlugin.h"
 
 namespace Orvan::Client::LobbyTeamBuilder {
 
@@ -32,65 +33,76 @@ const std::vector<Framework::BindingProperty> kNoActionSets;
 
 }  // namespace
 
-void LobbyTeamBuilderPlugin::OnChampSelectDto(const GameDtoRecord& previous,
-                                              const GameDtoRecord& incoming) {
+ChampSelectTransition LobbyTeamBuilderPlugin::CheckChampSelectSession(const GameDtoRecord& previous,
+                                                                      const GameDtoRecord& incoming,
+                                                                      Effects& out) const {
     const bool wasInChampSelect = IsInChampSelect(previous);
     const bool isInChampSelect = IsInChampSelect(incoming);
     if (isInChampSelect && !wasInChampSelect) {
-        EnterChampSelect(previous, incoming);
-    } else if (isInChampSelect) {
-        UpdateChampSelect(previous, incoming);
-    } else if (wasInChampSelect) {
-        LeaveChampSelect(previous);
+        const std::string& teamId = incoming.dto->championSelectState->teamId;
+        if (std::find(recentChampSelectTeamIds_.begin(), recentChampSelectTeamIds_.end(), teamId) !=
+            recentChampSelectTeamIds_.end()) {
+            out.emplace_back(LogLine{kAlways, kGroupDbg,
+                                     "Received out-of-date TB champ select dto while in "
+                                     "matchmaking."});
+            return ChampSelectTransition::StaleTeam;
+        }
+        // The answer arrives later and republishes the session with the ward
+        // skin.
+        out.emplace_back(WardSkinRequest());
+        out.emplace_back(LogLine{kAlways, kGroupDbg, "Creating champ select session."});
+        out.emplace_back(Updated(kImplementationActiveUri, true));
+        ChampSelectView view = BuildChampSelectSession(incoming, &out);
+        if (view.dueCeremony) {
+            out.emplace_back(std::move(*view.dueCeremony));
+        }
+        if (view.session) {
+            out.emplace_back(Created(kChampSelectSessionUri, std::move(*view.session)));
+        }
+        out.emplace_back(Created(kTeamBoostUri, InitialTeamBoost(incoming)));
+        out.emplace_back(SessionChangedHook());
+        // Only informs the game flow; nothing here depends on the answer.
+        out.emplace_back(GameflowEvent{kEnteredChampSelectEvent});
+        return ChampSelectTransition::Enter;
     }
+    if (isInChampSelect) {
+        ChampSelectView view = BuildChampSelectSession(incoming, &out);
+        if (view.dueCeremony) {
+            out.emplace_back(std::move(*view.dueCeremony));
+        }
+        // The timer carries the time of receipt, so only a DTO received twice
+        // within the same millisecond compares equal.
+        if (view.session == lastPublishedSession_) {
+            return ChampSelectTransition::None;
+        }
+        out.emplace_back(Updated(kChampSelectSessionUri, std::move(*view.session)));
+        out.emplace_back(SessionChangedHook());
+        return ChampSelectTransition::Update;
+    }
+    if (wasInChampSelect) {
+        out.emplace_back(Deleted(kTeamBoostUri));
+        out.emplace_back(LogLine{kAlways, kGroupDbg, "Deleting champ select session."});
+        out.emplace_back(Deleted(kChampSelectSessionUri));
+        out.emplace_back(Updated(kImplementationActiveUri, false));
+        return ChampSelectTransition::Leave;
+    }
+    return ChampSelectTransition::None;
 }
 
-void LobbyTeamBuilderPlugin::EnterChampSelect(const GameDtoRecord& previous,
-                                              const GameDtoRecord& incoming) {
-    const std::string& teamId = incoming.dto->championSelectState->teamId;
-    if (std::find(recentChampSelectTeamIds_.begin(), recentChampSelectTeamIds_.end(), teamId) !=
-        recentChampSelectTeamIds_.end()) {
-        Log(kAlways, kGroupDbg, "Received out-of-date TB champ select dto while in matchmaking.");
+void LobbyTeamBuilderPlugin::KeepChampSelectTransition(ChampSelectTransition transition,
+                                                       const GameDtoRecord& previous,
+                                                       const GameDtoRecord& incoming) {
+    if (transition == ChampSelectTransition::Enter) {
+        teamBoost_ = InitialTeamBoost(incoming);
+        if (recentChampSelectTeamIds_.size() >= kRecentTeamIdCount) {
+            recentChampSelectTeamIds_.pop_front();
+        }
+        recentChampSelectTeamIds_.push_back(incoming.dto->championSelectState->teamId);
         return;
     }
-    // The answer arrives later and republishes the session with the ward
-    // skin.
-    RequestLocalWardSkin();
-    Log(kAlways, kGroupDbg, "Creating champ select session.");
-    PublishResource(kImplementationActiveUri, true, PluginResourceEventType::Update);
-    if (std::optional<Api::ChampSelectSession> session = BuildChampSelectSession(incoming)) {
-        PublishResource(kChampSelectSessionUri, *session, PluginResourceEventType::Create);
-    }
-    CreateTeamBoost(incoming);
-    if (teamBoost_) {
-        PublishResource(kTeamBoostUri, *teamBoost_, PluginResourceEventType::Create);
-    }
-    OnChampSelectSessionChanged(previous, incoming);
-    // Only informs the game flow; nothing here depends on the answer.
-    static_cast<void>(
-        Request(Framework::HttpMethod::Post, kGameflowEventUri, kEnteredChampSelectEvent));
-
-    if (recentChampSelectTeamIds_.size() >= kRecentTeamIdCount) {
-        recentChampSelectTeamIds_.pop_front();
-    }
-    recentChampSelectTeamIds_.push_back(teamId);
-}
-
-void LobbyTeamBuilderPlugin::UpdateChampSelect(const GameDtoRecord& previous,
-                                               const GameDtoRecord& incoming) {
-    std::optional<Api::ChampSelectSession> session = BuildChampSelectSession(incoming);
-    // The timer carries the time of receipt, so only a DTO received twice
-    // within the same millisecond compares equal.
-    if (session == lastPublishedSession_) {
+    if (transition != ChampSelectTransition::Leave) {
         return;
     }
-    lastPublishedSession_ = std::move(session);
-    PublishResource(kChampSelectSessionUri, *lastPublishedSession_,
-                    PluginResourceEventType::Update);
-    OnChampSelectSessionChanged(previous, incoming);
-}
-
-void LobbyTeamBuilderPlugin::LeaveChampSelect(const GameDtoRecord& previous) {
     outstandingUxTimers_ = 0;
     showUx_ = false;
 
@@ -104,12 +116,7 @@ void LobbyTeamBuilderPlugin::LeaveChampSelect(const GameDtoRecord& previous) {
         ceremonyCount += static_cast<int64_t>(ceremonies.Elements().size());
     }
     ceremonyActionIdBase_ = static_cast<int32_t>(int64_t{ceremonyActionIdBase_} + ceremonyCount);
-
     DestroyTeamBoost();
-    DeleteResource(kTeamBoostUri);
-    Log(kAlways, kGroupDbg, "Deleting champ select session.");
-    DeleteResource(kChampSelectSessionUri);
-    PublishResource(kImplementationActiveUri, false, PluginResourceEventType::Update);
 }
 
 void LobbyTeamBuilderPlugin::OnChampSelectSessionChanged(const GameDtoRecord& previous,

@@ -8,7 +8,7 @@
 
 #include <string_view>
 
-#include "teambuilder/lobby/GameDtoRecord.h"
+#include "teambuilder/common/GameDtoRecord.h"
 
 namespace Orvan::Client::LobbyTeamBuilder {
 
@@ -28,13 +28,11 @@ inline constexpr std::string_view kDisabledChampionsUri =
 inline constexpr std::string_view kPickableSkinsUri =
     "/qel-lobby-team-builder/champ-select/v1/pickable-skins";
 
-// The game-flow plugin learns of the draft through this event.
-inline constexpr std::string_view kGameflowEventUri = "/qel-gameflow/v1/session/event";
+// Sent to the game flow's event endpoint when a draft begins.
 inline constexpr std::string_view kEnteredChampSelectEvent = "GAMEFLOW_EVENT.ENTERED_CHAMP_SELECT";
 
 // Chat rooms of a draft live in "<room>@<domain name><suffix>"; the domain
 // name is a platform setting, the suffix is the chat service's fixed domain.
-inline constexpr std::string_view kDefaultChampSelectDomainName = "champ-select";
 inline constexpr std::string_view kChatDomainSuffix = ".chat.orvan.internal";
 
 // Failures of the champion-select routes.

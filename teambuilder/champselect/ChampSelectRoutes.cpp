@@ -4,7 +4,7 @@
 // DTO and the draft inventory; nothing is cached for them.
 #include "framework/module/EndpointRoutes.h"
 #include "teambuilder/champselect/ChampSelectResources.h"
-#include "teambuilder/lobby/LobbyTeamBuilderPlugin.h"
+#include "teambuilder/plugin/LobbyTeamBuilderPlugin.h"
 
 namespace Orvan::Client::LobbyTeamBuilder {
 
@@ -59,7 +59,7 @@ Maybe<bool> LobbyTeamBuilderPlugin::GetImplementationActive() {
 }
 
 Maybe<Api::ChampSelectSession> LobbyTeamBuilderPlugin::GetChampSelectSession() {
-    std::optional<Api::ChampSelectSession> session = BuildChampSelectSession(storedDto_);
+    std::optional<Api::ChampSelectSession> session = ReadChampSelectSession(storedDto_);
     if (!session) {
         return Failure(kNoChampSelectSession, 404);
     }

@@ -6,7 +6,7 @@
 #include <cstdint>
 
 #include "teambuilder/champselect/ChampSelectResources.h"
-#include "teambuilder/lobby/LobbyTeamBuilderPlugin.h"
+#include "teambuilder/plugin/LobbyTeamBuilderPlugin.h"
 
 namespace Orvan::Client::LobbyTeamBuilder {
 

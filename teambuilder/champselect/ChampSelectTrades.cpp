@@ -6,7 +6,7 @@
 // the operation returns.
 #include "framework/binding/MessageFormat.h"
 #include "teambuilder/champselect/ChampSelectResources.h"
-#include "teambuilder/lobby/LobbyTeamBuilderPlugin.h"
+#include "teambuilder/plugin/LobbyTeamBuilderPlugin.h"
 
 namespace Orvan::Client::LobbyTeamBuilder {
 
@@ -38,7 +38,9 @@ Maybe<std::vector<Api::ChampSelectTradeContract>> LobbyTeamBuilderPlugin::GetTra
 }
 
 Maybe<Api::ChampSelectTradeContract> LobbyTeamBuilderPlugin::GetTrade(int64_t id) {
-    std::optional<Api::ChampSelectSession> session = BuildChampSelectSession(storedDto_);
+    // A GET of a trade changes nothing: the session is built without
+    // starting the timer of the ceremony it shows.
+    std::optional<Api::ChampSelectSession> session = BuildChampSelectSession(storedDto_).session;
     if (!session) {
         return Failure(kNoChampSelectSession, 404);
     }

@@ -9,12 +9,13 @@
 #include <optional>
 #include <string>
 #include <utility>
+#include <variant>
 
 #include "framework/binding/BindingProperty.h"
 #include "framework/binding/MessageFormat.h"
 #include "framework/resources/ResourceEvents.h"
 #include "teambuilder/champselect/ChampSelectResources.h"
-#include "teambuilder/lobby/LobbyTeamBuilderPlugin.h"
+#include "teambuilder/plugin/LobbyTeamBuilderPlugin.h"
 
 namespace Orvan::Client::LobbyTeamBuilder {
 
@@ -39,14 +40,15 @@ const Api::TeamBuilderBoostInfo& BoostStateOf(const GameDtoRecord& record) {
 
 }  // namespace
 
-void LobbyTeamBuilderPlugin::CreateTeamBoost(const GameDtoRecord& incoming) {
+Api::TeamBoost LobbyTeamBuilderPlugin::InitialTeamBoost(const GameDtoRecord& incoming) {
     // Only the price is known before the first refresh.
-    teamBoost_ = Api::TeamBoost();
-    teamBoost_->price = BoostStateOf(incoming).cost;
+    Api::TeamBoost boost;
+    boost.price = BoostStateOf(incoming).cost;
+    return boost;
 }
 
-void LobbyTeamBuilderPlugin::RefreshTeamBoost(const GameDtoRecord& previous,
-                                              const GameDtoRecord& incoming) {
+void LobbyTeamBuilderPlugin::CheckTeamBoost(const GameDtoRecord& previous,
+                                            const GameDtoRecord& incoming, Effects& out) const {
     const Api::ChampionSelectStateV1* state = ChampSelectStateOf(incoming);
     if (state == nullptr) {
         return;
@@ -70,8 +72,18 @@ void LobbyTeamBuilderPlugin::RefreshTeamBoost(const GameDtoRecord& previous,
     boost.ipRewardForPurchaser = 0;
     boost.availableSkins = now.unlockedSkinIds;
     boost.unlocked = now.battleBoostActivated;
-    *teamBoost_ = std::move(boost);
-    PublishResource(kTeamBoostUri, *teamBoost_, Framework::PluginResourceEventType::Update);
+    out.emplace_back(Updated(kTeamBoostUri, std::move(boost)));
+}
+
+void LobbyTeamBuilderPlugin::RefreshTeamBoost(const GameDtoRecord& previous,
+                                              const GameDtoRecord& incoming) {
+    Effects changes;
+    CheckTeamBoost(previous, incoming, changes);
+    if (changes.empty()) {
+        return;
+    }
+    teamBoost_ = std::get<Api::TeamBoost>(std::get<ResourceChange>(changes.front()).value);
+    CarryOut(changes);
 }
 
 void LobbyTeamBuilderPlugin::DestroyTeamBoost() {

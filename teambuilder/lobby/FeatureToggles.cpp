@@ -1,7 +1,7 @@
 // The team-builder service's feature toggles, served to the lobby screen and
 // fetched again whenever a lobby is created.
 #include "framework/binding/BindingProperty.h"
-#include "teambuilder/lobby/LobbyTeamBuilderPlugin.h"
+#include "teambuilder/plugin/LobbyTeamBuilderPlugin.h"
 
 namespace Orvan::Client::LobbyTeamBuilder {
 

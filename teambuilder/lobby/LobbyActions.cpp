@@ -9,7 +9,7 @@
 #include "framework/binding/NativeConversion.h"
 #include "framework/log/Log.h"
 #include "framework/serviceproxy/ServiceProxyClient.h"
-#include "teambuilder/lobby/LobbyTeamBuilderPlugin.h"
+#include "teambuilder/plugin/LobbyTeamBuilderPlugin.h"
 
 namespace Orvan::Client::LobbyTeamBuilder {
 
@@ -25,7 +25,6 @@ namespace {
 
 // The service refuses a new lobby while it still counts the player in an
 // old one; quitting that one first lets the request through.
-constexpr std::string_view kGameDtoMethod = "tbdGameDtoV1";
 constexpr std::string_view kInvalidContextStatus = "Error: INVALID_CONTEXT";
 constexpr std::string_view kMaxPremadeSizeViolated = "MAX_PREMADE_SIZE_VIOLATED";
 constexpr const char* kLobbyFull = "LobbyFullException";

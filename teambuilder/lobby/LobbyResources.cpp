@@ -1,18 +1,18 @@
-// The lobby and countdown resources derived from the game DTO, the
-// publishing rules of the lobby, countdown and matchmaking resources, and the
-// three GET routes that serve them.
+// The lobby and countdown resources derived from the game DTO, the checkers
+// that decide when the lobby, countdown and matchmaking resources are
+// published, and the three GET routes that serve them.
+#include "teambuilder/lobby/LobbyResources.h"
+
 #include <utility>
 
 #include "framework/log/Log.h"
 #include "framework/resources/ResourceEvents.h"
-#include "framework/rest/RestArguments.h"
-#include "teambuilder/lobby/LobbyTeamBuilderPlugin.h"
+#include "teambuilder/plugin/LobbyTeamBuilderPlugin.h"
 
 namespace Orvan::Client::LobbyTeamBuilder {
 
 using Framework::Failure;
 using Framework::Maybe;
-using Framework::PluginResourceEventType;
 
 namespace {
 
@@ -41,21 +41,25 @@ Api::LobbyMember MemberOf(const Api::TbLobbySlotResource& slot, int32_t captainS
 
 }  // namespace
 
-Api::Lobby LobbyTeamBuilderPlugin::ComputeLobby(const Api::TbdGameDtoV1& dto) const {
-    Api::Lobby lobby;
+LogLine LastKnownPremadeStateLine() {
+    return {Framework::kOkay, Framework::kGroupGen,
+            "Using last known premade state for ready check."};
+}
+
+DerivedLobby DeriveLobby(const Api::TbdGameDtoV1& dto,
+                         const std::optional<Api::TbLobbyPremadeStateResource>& lastKnown) {
+    DerivedLobby derived;
+    Api::Lobby& lobby = derived.lobby;
     const Api::TbLobbyPremadeStateResource* premade =
         dto.premadeState ? &*dto.premadeState : nullptr;
-    // From the ready check on, the service stops sending the lobby; the
-    // members are still the ones last seen.
     if (premade == nullptr &&
         (dto.phaseName == kPhaseAfkCheck || dto.phaseName == kPhaseChampionSelect)) {
-        Framework::Log(Framework::kOkay, Framework::kGroupGen,
-                       "Using last known premade state for ready check.");
-        premade = lastKnownPremadeState_ ? &*lastKnownPremadeState_ : nullptr;
+        derived.fromLastKnownPremadeState = true;
+        premade = lastKnown ? &*lastKnown : nullptr;
     }
     lobby.queueId = dto.queueId;
     if (premade == nullptr) {
-        return lobby;
+        return derived;
     }
 
     lobby.members.reserve(premade->draftSlots.size());
@@ -80,10 +84,10 @@ Api::Lobby LobbyTeamBuilderPlugin::ComputeLobby(const Api::TbdGameDtoV1& dto) co
     lobby.premadeSizeAllowed = premade->readyState.premadeSizeAllowed;
     lobby.requiredPositionCoverageMet = premade->readyState.requiredPositionCoverageMet;
     lobby.allowablePremadeSizes = premade->readyState.allowablePremadeSizes;
-    return lobby;
+    return derived;
 }
 
-Api::LobbyCountdownTimer LobbyTeamBuilderPlugin::ComputeCountdown(const Api::TbdGameDtoV1& dto) {
+Api::LobbyCountdownTimer DeriveCountdown(const Api::TbdGameDtoV1& dto) {
     Api::LobbyCountdownTimer countdown;
     countdown.phaseName = dto.phaseName;
     countdown.timer = dto.premadeState ? dto.premadeState->timer : 0;
@@ -91,68 +95,79 @@ Api::LobbyCountdownTimer LobbyTeamBuilderPlugin::ComputeCountdown(const Api::Tbd
     return countdown;
 }
 
-void LobbyTeamBuilderPlugin::PublishCountdown(const Api::TbdGameDtoV1& dto) {
-    PublishResource(kLobbyCountdownUri, ComputeCountdown(dto), PluginResourceEventType::Update);
-}
-
-void LobbyTeamBuilderPlugin::UpdateLobbyResource(const GameDtoRecord& previous,
-                                                 const GameDtoRecord& incoming) {
+void LobbyResources::CheckLobby(const GameDtoRecord& previous, const GameDtoRecord& incoming,
+                                const std::optional<Api::TbLobbyPremadeStateResource>& lastKnown,
+                                Effects& out) const {
     if (!incoming.HasDto()) {
         if (previous.HasDto()) {
-            publishedLobby_ = Api::Lobby();
-            DeleteResource(kLobbyUri);
+            out.emplace_back(Deleted(kLobbyUri));
         }
         return;
     }
-    // The first DTO only publishes the countdown; the lobby resource follows
-    // with the next DTO (readers that need it at once use GET).
     if (!previous.HasDto()) {
-        PublishCountdown(*incoming.dto);
+        out.emplace_back(Updated(kLobbyCountdownUri, DeriveCountdown(*incoming.dto)));
         return;
     }
-    Api::Lobby lobby = ComputeLobby(*incoming.dto);
-    const bool changed = lobby != publishedLobby_;
+    DerivedLobby derived = DeriveLobby(*incoming.dto, lastKnown);
+    if (derived.fromLastKnownPremadeState) {
+        out.emplace_back(LastKnownPremadeStateLine());
+    }
+    const bool changed = derived.lobby != publishedLobby_;
     if (changed) {
-        publishedLobby_ = std::move(lobby);
-        PublishResource(kLobbyUri, publishedLobby_, PluginResourceEventType::Update);
+        // Built in place: a lobby is large enough for each move to count.
+        out.emplace_back(std::in_place_type<ResourceChange>, kLobbyUri, ResourceEventType::Update,
+                         std::move(derived.lobby));
     }
-    // A changed lobby is followed by the countdown twice; both are the same
-    // value, converted once.
-    const int countdowns = changed ? 2 : 1;
-    Framework::Maybe<Framework::BindingProperty> countdown =
-        Framework::ToBindingValue(Registry(), ComputeCountdown(*incoming.dto));
-    for (int i = 0; i < countdowns; ++i) {
-        if (countdown) {
-            PublishResourceValue(kLobbyCountdownUri, PluginResourceEventType::Update, *countdown);
-        } else {
-            PublishCountdown(*incoming.dto);  // reports the failure as before
+    Api::LobbyCountdownTimer countdown = DeriveCountdown(*incoming.dto);
+    if (changed) {
+        out.emplace_back(Updated(kLobbyCountdownUri, countdown));
+    }
+    out.emplace_back(Updated(kLobbyCountdownUri, std::move(countdown)));
+}
+
+void LobbyResources::CheckMatchmakingSearch(const GameDtoRecord& previous,
+                                            const GameDtoRecord& incoming,
+                                            const Api::MatchmakingSearch& search,
+                                            Effects& out) const {
+    if (!incoming.HasDto()) {
+        if (previous.HasDto()) {
+            out.emplace_back(Deleted(kMatchmakingUri));
+        }
+    } else if (!previous.HasDto()) {
+        out.emplace_back(Created(kMatchmakingUri, search));
+    } else if (search != publishedSearch_) {
+        out.emplace_back(Updated(kMatchmakingUri, search));
+    }
+}
+
+void LobbyResources::Keep(Effects changes) {
+    for (Effect& effect : changes) {
+        auto* change = std::get_if<ResourceChange>(&effect);
+        if (change == nullptr || change->type == ResourceEventType::Create) {
+            continue;
+        }
+        const bool deleted = change->type == ResourceEventType::Delete;
+        if (change->uri == kLobbyUri) {
+            publishedLobby_ =
+                deleted ? Api::Lobby() : std::get<Api::Lobby>(std::move(change->value));
+        } else if (change->uri == kMatchmakingUri) {
+            publishedSearch_ = deleted ? Api::MatchmakingSearch()
+                                       : std::get<Api::MatchmakingSearch>(std::move(change->value));
         }
     }
 }
 
-void LobbyTeamBuilderPlugin::UpdateMatchmakingResource(const GameDtoRecord& previous,
-                                                       const GameDtoRecord& incoming) {
-    if (!incoming.HasDto()) {
-        if (previous.HasDto()) {
-            publishedMatchmakingSearch_ = Api::MatchmakingSearch();
-            DeleteResource(kMatchmakingUri);
-        }
-        return;
+Api::Lobby LobbyTeamBuilderPlugin::ComputeLobby(const Api::TbdGameDtoV1& dto) const {
+    DerivedLobby derived = DeriveLobby(dto, lastKnownPremadeState_);
+    if (derived.fromLastKnownPremadeState) {
+        const LogLine line = LastKnownPremadeStateLine();
+        Framework::Log(line.level, line.groups, "%s", line.text.c_str());
     }
-    Api::MatchmakingSearch search =
-        ComputeMatchmakingSearch(previous.dto, *incoming.dto, std::nullopt);
-    if (!previous.HasDto()) {
-        // Not remembered as published: the next DTO's search is compared with
-        // the default search, so a search that is already under way is
-        // published again as an update.
-        PublishResource(kMatchmakingUri, search, PluginResourceEventType::Create);
-        return;
-    }
-    if (search != publishedMatchmakingSearch_) {
-        publishedMatchmakingSearch_ = std::move(search);
-        PublishResource(kMatchmakingUri, publishedMatchmakingSearch_,
-                        PluginResourceEventType::Update);
-    }
+    return std::move(derived.lobby);
+}
+
+void LobbyTeamBuilderPlugin::PublishCountdown(const Api::TbdGameDtoV1& dto) {
+    PublishResource(kLobbyCountdownUri, DeriveCountdown(dto), ResourceEventType::Update);
 }
 
 Maybe<Api::Lobby> LobbyTeamBuilderPlugin::GetLobby() {
@@ -166,11 +181,11 @@ Maybe<Api::LobbyCountdownTimer> LobbyTeamBuilderPlugin::GetLobbyCountdown() {
     if (!storedDto_.dto) {
         return Failure(kNoLobbyMessage, 404);
     }
-    return ComputeCountdown(*storedDto_.dto);
+    return DeriveCountdown(*storedDto_.dto);
 }
 
 Maybe<Api::MatchmakingSearch> LobbyTeamBuilderPlugin::GetMatchmakingSearch() {
-    return matchmakingSearch_;
+    return lobbyResources_.CurrentSearch();
 }
 
 }  // namespace Orvan::Client::LobbyTeamBuilder

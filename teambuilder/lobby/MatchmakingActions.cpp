@@ -7,7 +7,7 @@
 #include "framework/binding/MessageFormat.h"
 #include "framework/binding/NativeConversion.h"
 #include "framework/log/Log.h"
-#include "teambuilder/lobby/LobbyTeamBuilderPlugin.h"
+#include "teambuilder/plugin/LobbyTeamBuilderPlugin.h"
 
 namespace Orvan::Client::LobbyTeamBuilder {
 
@@ -45,10 +45,10 @@ Maybe<Api::MatchmakingSearch> LobbyTeamBuilderPlugin::StartMatchmaking(
         Api::GatekeeperRestricted restricted;
         (void)Framework::AssignFromProperty(Registry(), response->payload, "<value>", restricted);
         OnGatekeeperRestricted(restricted);
-        return matchmakingSearch_;
+        return lobbyResources_.CurrentSearch();
     }
     OnTbdGameDto(ReadGameDto(response->payload));
-    return matchmakingSearch_;
+    return lobbyResources_.CurrentSearch();
 }
 
 Maybe<> LobbyTeamBuilderPlugin::LeaveMatchmaking() {
@@ -57,7 +57,7 @@ Maybe<> LobbyTeamBuilderPlugin::LeaveMatchmaking() {
         return InternalError(
             Format("Failed to leave team builder matchmaking: %1", DescribeResponse(response)));
     }
-    if (response->status == "OK") {
+    if (response->status == kServiceStatusOk) {
         OnTbdGameDto(ReadGameDto(response->payload));
     } else {
         Framework::Log(Framework::kOkay, Framework::kGroupGen,

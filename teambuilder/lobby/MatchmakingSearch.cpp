@@ -4,7 +4,7 @@
 #include <algorithm>
 #include <string_view>
 
-#include "teambuilder/lobby/LobbyTeamBuilderPlugin.h"
+#include "teambuilder/lobby/LobbyResources.h"
 
 namespace Orvan::Client::LobbyTeamBuilder {
 
@@ -62,9 +62,13 @@ void ApplyRestrictions(const Api::GatekeeperRestricted& restrictions,
 
 }  // namespace
 
-Api::MatchmakingSearch LobbyTeamBuilderPlugin::ComputeMatchmakingSearch(
-    const std::optional<Api::TbdGameDtoV1>& previous, const Api::TbdGameDtoV1& incoming,
+Api::MatchmakingSearch DeriveMatchmakingSearch(
+    const SearchContext& context, const std::optional<Api::TbdGameDtoV1>& previous,
+    const Api::TbdGameDtoV1& incoming,
     const std::optional<Api::GatekeeperRestricted>& restrictions) {
+    static const std::optional<Api::TbLobbyPremadeStateResource> kNoPremadeState;
+    const std::optional<Api::TbLobbyPremadeStateResource>& lastKnown =
+        context.lastKnownPremadeState != nullptr ? *context.lastKnownPremadeState : kNoPremadeState;
     const std::string_view phase = incoming.phaseName;
     const std::string_view previousPhase = previous ? std::string_view(previous->phaseName) : "";
     const Api::TbLobbyPremadeStateResource* premade =
@@ -96,8 +100,8 @@ Api::MatchmakingSearch LobbyTeamBuilderPlugin::ComputeMatchmakingSearch(
             premade->backwardsToPremadeTransitionReason;
         if (IsDodgeReason(fallBack.backwardsTransitionReason)) {
             dodge.state = MatchmakingDodgeState::StrangerDodged;
-            if (LobbyShrank(lastKnownPremadeState_, premade->draftSlots)) {
-                for (const TbLobbySlotResource& slot : lastKnownPremadeState_->draftSlots) {
+            if (LobbyShrank(lastKnown, premade->draftSlots)) {
+                for (const TbLobbySlotResource& slot : lastKnown->draftSlots) {
                     if (!HasSlot(premade->draftSlots, slot.slotId)) {
                         dodge.dodgerId = slot.summonerId;
                         dodge.state = MatchmakingDodgeState::PartyDodged;
@@ -123,9 +127,9 @@ Api::MatchmakingSearch LobbyTeamBuilderPlugin::ComputeMatchmakingSearch(
         } else if (previous && previousPhase == kPhaseChampionSelect) {
             // Back from champion select without a reason: after a reconnection
             // it was the local player who dropped out.
-            if (applyingReconnectDto_) {
+            if (context.applyingReconnectDto) {
                 dodge.state = MatchmakingDodgeState::PartyDodged;
-                dodge.dodgerId = localSummonerId_;
+                dodge.dodgerId = context.localSummonerId;
             } else {
                 dodge.state = MatchmakingDodgeState::StrangerDodged;
             }
@@ -146,8 +150,8 @@ Api::MatchmakingSearch LobbyTeamBuilderPlugin::ComputeMatchmakingSearch(
                premade->backwardsToPremadeTransitionReason.backwardsTransitionReason ==
                    kAfkCheckFailed) {
         readyCheck.state = MatchmakingReadyCheckState::StrangerNotReady;
-        if (LobbyShrank(lastKnownPremadeState_, premade->draftSlots)) {
-            for (const TbLobbySlotResource& slot : lastKnownPremadeState_->draftSlots) {
+        if (LobbyShrank(lastKnown, premade->draftSlots)) {
+            for (const TbLobbySlotResource& slot : lastKnown->draftSlots) {
                 if (!HasSlot(premade->draftSlots, slot.slotId)) {
                     readyCheck.declinerIds.push_back(slot.summonerId);
                     readyCheck.state = MatchmakingReadyCheckState::PartyNotReady;
@@ -178,7 +182,6 @@ Api::MatchmakingSearch LobbyTeamBuilderPlugin::ComputeMatchmakingSearch(
         search.estimatedQueueTime = seconds > 0.0f ? seconds : 0.0f;
     }
 
-    matchmakingSearch_ = search;
     return search;
 }
 

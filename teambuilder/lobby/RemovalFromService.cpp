@@ -11,7 +11,7 @@
 #include "framework/log/Log.h"
 #include "framework/resources/ResourceEvents.h"
 #include "framework/rest/RestCalls.h"
-#include "teambuilder/lobby/LobbyTeamBuilderPlugin.h"
+#include "teambuilder/plugin/LobbyTeamBuilderPlugin.h"
 
 namespace Orvan::Client::LobbyTeamBuilder {
 
@@ -27,7 +27,6 @@ namespace {
 using Reason = Api::LobbyRemovedFromGameReason;
 using SearchState = Api::MatchmakingSearchState;
 
-constexpr std::string_view kGameflowSessionEventUri = "/qel-gameflow/v1/session/event";
 constexpr std::string_view kGameStartFailedEvent = "GAMEFLOW_EVENT.GAME_START_FAILED";
 
 // Removals that only say why in the lobby, and those that also tell the
@@ -130,19 +129,25 @@ void LobbyTeamBuilderPlugin::PublishMatchmakingState(Api::MatchmakingSearchState
 void LobbyTeamBuilderPlugin::OnGameStartFailed() {
     Log(kWarn, kGroupDbg, "Game failed to start");
     // The game flow shows its own failure; nothing to retry here.
-    (void)Request(Framework::HttpMethod::Post, kGameflowSessionEventUri, kGameStartFailedEvent);
+    (void)Request(Framework::HttpMethod::Post, kGameflowEventUri, kGameStartFailedEvent);
 }
 
 void LobbyTeamBuilderPlugin::OnGatekeeperRestricted(const Api::GatekeeperRestricted& message) {
-    ComputeMatchmakingSearch(std::nullopt, storedDto_.dto.value_or(Api::TbdGameDtoV1()), message);
-    PublishResource(kMatchmakingUri, matchmakingSearch_, PluginResourceEventType::Update);
+    lobbyResources_.KeepCurrentSearch(
+        DeriveMatchmakingSearch(CurrentSearchContext(), std::nullopt,
+                                storedDto_.dto.value_or(Api::TbdGameDtoV1()), message));
+    PublishResource(kMatchmakingUri, lobbyResources_.CurrentSearch(),
+                    PluginResourceEventType::Update);
 }
 
 void LobbyTeamBuilderPlugin::OnLowPriorityQueueAbandoned(const Api::QuitguardAbandoned&) {
-    ComputeMatchmakingSearch(std::nullopt, storedDto_.dto.value_or(Api::TbdGameDtoV1()),
-                             std::nullopt);
-    matchmakingSearch_.searchState = SearchState::AbandonedLowPriorityQueue;
-    PublishResource(kMatchmakingUri, matchmakingSearch_, PluginResourceEventType::Update);
+    Api::MatchmakingSearch search =
+        DeriveMatchmakingSearch(CurrentSearchContext(), std::nullopt,
+                                storedDto_.dto.value_or(Api::TbdGameDtoV1()), std::nullopt);
+    search.searchState = SearchState::AbandonedLowPriorityQueue;
+    lobbyResources_.KeepCurrentSearch(std::move(search));
+    PublishResource(kMatchmakingUri, lobbyResources_.CurrentSearch(),
+                    PluginResourceEventType::Update);
 }
 
 }  // namespace Orvan::Client::LobbyTeamBuilder

@@ -70,13 +70,12 @@ TEST(MatchmakingSearchTest, DodgersDeclinersAndStates) {
     // clang-format on
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
-        TeamBuilderHost host(kInProcess);
-        LobbyTeamBuilderPlugin& plugin = host.Plugin();
+        std::optional<TbLobbyPremadeStateResource> lastKnown;
         if (c.lobbySeen) {
-            plugin.OnTbdGameDto(Premade(1, Slots(3)));
+            lastKnown = Premade(1, Slots(3)).premadeState;
         }
-        const MatchmakingSearch search =
-            plugin.ComputeMatchmakingSearch(c.previous, c.incoming, std::nullopt);
+        const MatchmakingSearch search = DeriveMatchmakingSearch(
+            SearchContext{&lastKnown}, c.previous, c.incoming, std::nullopt);
         EXPECT_EQ(search.queueId, kQueue);
         EXPECT_EQ(search.isCurrentlyInQueue, c.incoming.phaseName == "MATCHMAKING");
         EXPECT_EQ(search.searchState, c.search);
@@ -85,14 +84,30 @@ TEST(MatchmakingSearchTest, DodgersDeclinersAndStates) {
         EXPECT_EQ(search.readyCheck.state, c.ready);
         EXPECT_EQ(search.readyCheck.declinerIds, c.decliners);
         EXPECT_EQ(search.readyCheck.playerResponse, MatchmakingReadyCheckResponse::None);
-        // GET serves the last search computed.
+    }
+}
+
+// GET serves the last search the intake derived, whatever was published.
+TEST(MatchmakingSearchTest, GetServesTheLastSearchDerived) {
+    const TbdGameDtoV1 dtos[] = {Premade(1, Slots(3)), Searching(2), ReadyCheck(3), ChampSelect(4),
+                                 Premade(5, Slots(2), kLeft)};
+    TeamBuilderHost host(kInProcess);
+    LobbyTeamBuilderPlugin& plugin = host.Plugin();
+    std::optional<TbLobbyPremadeStateResource> lastKnown;
+    std::optional<TbdGameDtoV1> previous;
+    for (const TbdGameDtoV1& dto : dtos) {
+        SCOPED_TRACE(dto.counter);
+        const MatchmakingSearch search =
+            DeriveMatchmakingSearch(SearchContext{&lastKnown}, previous, dto, std::nullopt);
+        plugin.OnTbdGameDto(dto);
         EXPECT_EQ(*plugin.GetMatchmakingSearch(), search);
+        lastKnown = plugin.LastKnownPremadeState();
+        previous = dto;
     }
 }
 
 TEST(MatchmakingSearchTest, RestrictionsAndQueueEstimate) {
-    TeamBuilderHost host(kInProcess);
-    LobbyTeamBuilderPlugin& plugin = host.Plugin();
+    const SearchContext context;
 
     GatekeeperRestricted restricted;
     restricted.gatekeeperRestrictions = {
@@ -102,7 +117,7 @@ TEST(MatchmakingSearchTest, RestrictionsAndQueueEstimate) {
         {24, "RANKED_RESTRICTED", 0, "", kQueue},
     };
     MatchmakingSearch search =
-        plugin.ComputeMatchmakingSearch(std::nullopt, Searching(1, {}, -5), restricted);
+        DeriveMatchmakingSearch(context, std::nullopt, Searching(1, {}, -5), restricted);
     EXPECT_EQ(search.lowPriorityData.penalizedSummonerIds, (std::vector<uint64_t>{21, 23}));
     EXPECT_DOUBLE_EQ(search.lowPriorityData.penaltyTime, 30.0);
     EXPECT_EQ(search.lowPriorityData.quitguardedAccessToken, "token-2");
@@ -115,16 +130,16 @@ TEST(MatchmakingSearchTest, RestrictionsAndQueueEstimate) {
     EXPECT_EQ(search.timeInQueue, 0.0f);
 
     restricted.gatekeeperRestrictions = {{21, "QUITGUARDED", 90000, "", kQueue}};
-    search = plugin.ComputeMatchmakingSearch(std::nullopt, Searching(1, {}, 1500), restricted);
+    search = DeriveMatchmakingSearch(context, std::nullopt, Searching(1, {}, 1500), restricted);
     EXPECT_DOUBLE_EQ(search.lowPriorityData.penaltyTime, 90.0);
     EXPECT_TRUE(search.errors.empty());
     EXPECT_EQ(search.lowPriorityData.quitguardedAccessToken, "");
     EXPECT_FLOAT_EQ(search.estimatedQueueTime, 1.5f);
 
-    search = plugin.ComputeMatchmakingSearch(std::nullopt, Searching(1, {}, 0), std::nullopt);
+    search = DeriveMatchmakingSearch(context, std::nullopt, Searching(1, {}, 0), std::nullopt);
     EXPECT_EQ(search.estimatedQueueTime, 0.0f);
     // Only a search state carries an estimate.
-    search = plugin.ComputeMatchmakingSearch(std::nullopt, ReadyCheck(1), std::nullopt);
+    search = DeriveMatchmakingSearch(context, std::nullopt, ReadyCheck(1), std::nullopt);
     EXPECT_EQ(search.estimatedQueueTime, 0.0f);
 }
 

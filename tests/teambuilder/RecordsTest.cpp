@@ -14,9 +14,9 @@
 #include "framework/binding/BindingTypeRegistry.h"
 #include "framework/binding/NativeConversion.h"
 #include "framework/codec/Json.h"
-#include "teambuilder/champselect/ChampSelectRecords.h"
-#include "teambuilder/lobby/LobbyRecords.h"
-#include "teambuilder/lobby/RegisterTypes.h"
+#include "teambuilder/common/ChampSelectRecords.h"
+#include "teambuilder/common/LobbyRecords.h"
+#include "teambuilder/common/RegisterTypes.h"
 
 namespace Orvan::Client::LobbyTeamBuilder {
 namespace {

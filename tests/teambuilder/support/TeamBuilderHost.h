@@ -31,8 +31,8 @@
 #include "framework/log/Logger.h"
 #include "framework/log/MemoryLogTarget.h"
 #include "framework/module/PluginEntry.h"
-#include "teambuilder/lobby/LobbyTeamBuilderPlugin.h"
-#include "teambuilder/lobby/RegisterTypes.h"
+#include "teambuilder/common/RegisterTypes.h"
+#include "teambuilder/plugin/LobbyTeamBuilderPlugin.h"
 #include "tests/support/TestHost.h"
 
 namespace Orvan::Client::LobbyTeamBuilder::Testing {

@@ -6,19 +6,23 @@
 // a reconnection, passes through one intake (ApplyGameDtoRecord) that drops
 // stale and invalid ones, keeps the last accepted one and derives the
 // published resources from the change between the stored and the incoming
-// record. The members are defined by concern:
-//   LobbyTeamBuilderPlugin.cpp   construction, endpoint registration, start
-//   DtoIntake.cpp                the intake and the response utilities
-//   SessionHandlers.cpp          login and game-flow sessions, settings,
-//                                the reconnect retrieval
-//   LobbyResources.cpp           lobby, countdown and matchmaking resources
-//   MatchmakingSearch.cpp        the matchmaking search derived from two DTOs
-//   LobbyActions.cpp             create, join, position preferences,
-//                                promote, kick, quit
-//   MatchmakingActions.cpp       matchmaking and the ready check
-//   RemovalFromService.cpp       the service's other pushed messages
-//   FeatureToggles.cpp           the service's feature toggles
-//   ../champselect/              champion select
+// record: checkers derive the changes and effects (the lobby side's are
+// pure, in lobby/LobbyResources), the intake keeps what the components
+// remember and carries the effects out in order. Where things are:
+//   plugin/      this module: construction, endpoint registration, start
+//                (LobbyTeamBuilderPlugin.cpp), the intake and the response
+//                utilities (DtoIntake.cpp), the followed sessions, settings
+//                and the reconnect retrieval (SessionHandlers.cpp)
+//   common/      what every part shares: the service's and the plugin's
+//                records, their registration, the game-DTO record, the
+//                fixed names, the intake's changes and effects as values
+//   lobby/       lobby, countdown and matchmaking resources and their
+//                checkers (LobbyResources), the matchmaking search
+//                (MatchmakingSearch.cpp), lobby, matchmaking and ready-check
+//                actions, removal from service, feature toggles
+//   champselect/ champion select: session model and ceremonies, lifecycle,
+//                draft lists, actions and ward skin, trades, team boost, UX
+//                show timers
 //
 // Ownership: owns all of the plugin's state by value for the life of the
 // module. Threads: the host's thread (see AppModule); waits inside service
@@ -41,8 +45,10 @@
 #include "framework/module/AppModule.h"
 #include "framework/module/ServiceCaller.h"
 #include "framework/resources/TypedResource.h"
-#include "teambuilder/lobby/GameDtoRecord.h"
-#include "teambuilder/lobby/LobbyRecords.h"
+#include "teambuilder/common/GameDtoRecord.h"
+#include "teambuilder/common/IntakeChanges.h"
+#include "teambuilder/common/LobbyRecords.h"
+#include "teambuilder/lobby/LobbyResources.h"
 
 namespace Orvan::Client::LobbyTeamBuilder {
 
@@ -52,6 +58,21 @@ inline constexpr const char* kShortName = "qel-lobby-team-builder";
 // Name of the delayed retry of the reconnect retrieval.
 inline constexpr std::string_view kRetrieveLatestDtoTask =
     "qel-lobby-team-builder.retrieve-latest-tbd-game-dto";
+
+// What a DTO does to the champion-select session.
+enum class ChampSelectTransition {
+    None,
+    // A late DTO of a draft that is over: logged, nothing created.
+    StaleTeam,
+    Enter,
+    Update,
+    Leave,
+};
+
+struct ChampSelectView {
+    std::optional<Api::ChampSelectSession> session;
+    std::optional<CeremonyTimer> dueCeremony;
+};
 
 class LobbyTeamBuilderPlugin : public Framework::AppModule {
 public:
@@ -102,34 +123,66 @@ public:
 
     // ---- Lobby, countdown and matchmaking resources -----------------------
 
+    // The lobby of a DTO; logs when the last known premade state stands in.
     Api::Lobby ComputeLobby(const Api::TbdGameDtoV1& dto) const;
-    static Api::LobbyCountdownTimer ComputeCountdown(const Api::TbdGameDtoV1& dto);
-    // Also keeps the result as the current search (GET matchmaking).
-    Api::MatchmakingSearch ComputeMatchmakingSearch(
-        const std::optional<Api::TbdGameDtoV1>& previous, const Api::TbdGameDtoV1& incoming,
-        const std::optional<Api::GatekeeperRestricted>& restrictions);
     void PublishCountdown(const Api::TbdGameDtoV1& dto);
-    void UpdateLobbyResource(const GameDtoRecord& previous, const GameDtoRecord& incoming);
-    void UpdateMatchmakingResource(const GameDtoRecord& previous, const GameDtoRecord& incoming);
+    // What the matchmaking search reads of the plugin's state now.
+    SearchContext CurrentSearchContext() const;
+    // The lobby side of the intake for one incoming record: checks the
+    // lobby, countdown and matchmaking resources (with the search step the
+    // service skipped, if it did, kept at once since the incoming record's
+    // step compares with it) and returns the effects to carry out, in order;
+    // the intake keeps them once they are carried out.
+    Effects AdvanceLobbySide(const GameDtoRecord& incoming);
+    // One matchmaking step from previous to incoming: the search derived and
+    // kept as the current one; the change of the resource goes to `out`.
+    void AdvanceMatchmaking(const GameDtoRecord& previous, const GameDtoRecord& incoming,
+                            Effects& out);
+    // Publishes, deletes, logs, requests and runs the hooks as the effects
+    // say, in their order; previous and incoming are the records the effects
+    // were derived from.
+    void CarryOut(const Effects& effects, const GameDtoRecord& previous = GameDtoRecord(),
+                  const GameDtoRecord& incoming = GameDtoRecord());
+    const LobbyResources& LobbySide() const { return lobbyResources_; }
 
     // ---- Champion select (consumers of the intake) --------------------------
 
-    void OnChampSelectDto(const GameDtoRecord& previous, const GameDtoRecord& incoming);
+    // The session's transition from previous to incoming; its changes and
+    // effects go to `out`. Changes nothing.
+    ChampSelectTransition CheckChampSelectSession(const GameDtoRecord& previous,
+                                                  const GameDtoRecord& incoming,
+                                                  Effects& out) const;
+    // Keeps what the transition changes of the plugin's champion-select
+    // state, before its effects are carried out: the recent team ids on
+    // entering; the UX timers, the ceremony bookkeeping and the team boost on
+    // leaving (the team boost a session starts with is kept on entering).
+    void KeepChampSelectTransition(ChampSelectTransition transition, const GameDtoRecord& previous,
+                                   const GameDtoRecord& incoming);
     void UpdateDraftLists(const GameDtoRecord& incoming);
 
     // ---- Champion select: session model (champselect/ChampSelectConversion.cpp,
     // ChampSelectTimer.cpp) ----------------------------------------------------
 
-    // The session of a record in champion select, or empty. May start the
-    // timer of the ceremony now shown.
-    std::optional<Api::ChampSelectSession> BuildChampSelectSession(const GameDtoRecord& record);
+    // The session of a record in champion select (or none) and the timer
+    // the ceremony it shows needs. Changes nothing; the lines it has to log
+    // go to `lines` when given.
+    ChampSelectView BuildChampSelectSession(const GameDtoRecord& record,
+                                            Effects* lines = nullptr) const;
+    // Reading a session starts the timer of the ceremony it shows: the
+    // intake, GET session and every republication read it this way.
+    std::optional<Api::ChampSelectSession> ReadChampSelectSession(const GameDtoRecord& record);
+    // The timer the ceremony now shown needs, unless one is running or the
+    // ceremony is over.
+    std::optional<CeremonyTimer> DueCeremonyTimer(
+        const std::vector<std::vector<Api::ActionV1>>& sets) const;
+    void StartCeremonyTimer(const CeremonyTimer& timer);
     std::optional<Api::ChampSelectTimer> BuildChampSelectTimer(const GameDtoRecord& record) const;
     static Api::ChampSelectTimer TimerOf(const Api::ChampionSelectStateV1& state,
                                          uint64_t receivedAt);
     // The action sets as received, with each ceremony made an action set of
     // its own at its index.
     std::vector<std::vector<Api::ActionV1>> ExpandActionSets(
-        const Api::ChampionSelectStateV1& state) const;
+        const Api::ChampionSelectStateV1& state, Effects* lines = nullptr) const;
     // The elements of one action set as received; what does not convert
     // keeps its default, and a set that is not an array has no actions.
     std::vector<Api::ActionV1> ReadActionSet(const Framework::BindingProperty& set) const;
@@ -159,7 +212,13 @@ public:
     // UxTimers.cpp) ----------------------------------------------------------------
 
     void RequestLocalWardSkin();
-    void CreateTeamBoost(const GameDtoRecord& incoming);
+    // The team boost a session starts with: only the price is known.
+    static Api::TeamBoost InitialTeamBoost(const GameDtoRecord& incoming);
+    // The team boost's update when the incoming record unlocks skins or
+    // activates the boost and a session's boost exists. Changes nothing.
+    void CheckTeamBoost(const GameDtoRecord& previous, const GameDtoRecord& incoming,
+                        Effects& out) const;
+    // Keeps and publishes what CheckTeamBoost finds.
     void RefreshTeamBoost(const GameDtoRecord& previous, const GameDtoRecord& incoming);
     void DestroyTeamBoost();
     void HandleUx(const GameDtoRecord& previous, const GameDtoRecord& incoming);
@@ -245,11 +304,6 @@ private:
     // 404 without that member.
     Framework::Maybe<Framework::BindingProperty> MemberSlotPayload(uint64_t summonerId) const;
 
-    void EnterChampSelect(const GameDtoRecord& previous, const GameDtoRecord& incoming);
-    void UpdateChampSelect(const GameDtoRecord& previous, const GameDtoRecord& incoming);
-    void LeaveChampSelect(const GameDtoRecord& previous);
-    // Starts the timer of the ceremony now shown, unless one is running.
-    void CheckCeremonyTimer(const std::vector<std::vector<Api::ActionV1>>& sets);
     void LogServiceMessageValue(Framework::Maybe<Framework::BindingProperty> value,
                                 std::string_view typeName) const;
     // ---- Champion-select actions and trades (ChampSelectActions.cpp) ----
@@ -267,14 +321,12 @@ private:
     // Lobby ids the player has left; DTOs of them are stale.
     std::set<std::string> abandonedLobbyIds_;
     std::deque<std::string> recentChampSelectTeamIds_;
-    Api::Lobby publishedLobby_;
-    Api::MatchmakingSearch publishedMatchmakingSearch_;
+    LobbyResources lobbyResources_;
     std::optional<Api::ChampSelectSession> lastPublishedSession_;
     std::optional<Api::TbLobbyPremadeStateResource> lastKnownPremadeState_;
-    std::string champSelectDomainName_ = "champ-select";
+    std::string champSelectDomainName_{kDefaultChampSelectDomainName};
     bool logAllLcdsMessages_ = false;
     GameDtoRecord storedDto_;
-    Api::MatchmakingSearch matchmakingSearch_;
     std::optional<Api::TbdInventory> draftInventory_;
     // The lists that follow the inventory, converted for publishing once per
     // inventory: the service repeats the inventory with every DTO of the

@@ -20,7 +20,7 @@
 #include <vector>
 
 #include "framework/binding/BindingProperty.h"
-#include "teambuilder/champselect/ChampSelectRecords.h"
+#include "teambuilder/common/ChampSelectRecords.h"
 
 namespace Orvan::Client::LobbyTeamBuilder::Api {
 

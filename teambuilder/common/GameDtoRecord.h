@@ -1,8 +1,8 @@
 // GameDtoRecord: the unit of the game-DTO intake and the form in which the
 // plugin keeps the last accepted DTO: an optional TbdGameDtoV1 with its time
 // of receipt. An empty record (no DTO) is how the plugin says "the game is
-// gone" (game launch, quitting, removal from service). Also the phase names
-// and the fixed texts shared by the intake and the resources it drives.
+// gone" (game launch, quitting, removal from service). Also the lobby's
+// resource paths.
 //
 // Ownership: a plain value, copied or moved by its users. Threads: the host's
 // thread, like all plugin state.
@@ -14,21 +14,10 @@
 #include <utility>
 
 #include "framework/platform/Clock.h"
-#include "teambuilder/lobby/LobbyRecords.h"
+#include "teambuilder/common/LobbyRecords.h"
+#include "teambuilder/common/TeamBuilderNames.h"
 
 namespace Orvan::Client::LobbyTeamBuilder {
-
-// The game service every team-builder call and message goes to.
-inline constexpr std::string_view kTeamBuilderService = "teambuilder-draft";
-// The answer's method when the service refuses a party member's action for a
-// restriction.
-inline constexpr std::string_view kGatekeeperRestrictedMethod = "gatekeeperRestrictedV2";
-
-// Phases of a team-builder game, as the service spells them in phaseName.
-inline constexpr std::string_view kPhaseDraftPremade = "DRAFT_PREMADE";
-inline constexpr std::string_view kPhaseMatchmaking = "MATCHMAKING";
-inline constexpr std::string_view kPhaseAfkCheck = "AFK_CHECK";
-inline constexpr std::string_view kPhaseChampionSelect = "CHAMPION_SELECT";
 
 // Resources the plugin publishes for its lobby.
 inline constexpr std::string_view kLobbyUri = "/qel-lobby-team-builder/v1/lobby";

@@ -1,9 +1,9 @@
-#include "teambuilder/lobby/RegisterTypes.h"
+#include "teambuilder/common/RegisterTypes.h"
 
 #include "framework/binding/BindingTypeRegistry.h"
 #include "framework/binding/TypeRegistration.h"
-#include "teambuilder/champselect/ChampSelectRecords.h"
-#include "teambuilder/lobby/LobbyRecords.h"
+#include "teambuilder/common/ChampSelectRecords.h"
+#include "teambuilder/common/LobbyRecords.h"
 
 namespace Orvan::Client::LobbyTeamBuilder {
 
@@ -44,11 +44,8 @@ private:
     std::vector<std::string> names_;
 };
 
-}  // namespace
-
-std::vector<std::string> RegisterTeamBuilderTypes(BindingTypeRegistry& registry) {
-    Registrar r(registry);
-
+// Bodies of the lobby actions and the feature toggles' answer.
+void RegisterLobbyRequestTypes(Registrar& r) {
     r.Struct<CreatePremadeV1>("CreatePremadeV1")  //
         .Field("queueId", &CreatePremadeV1::queueId);
 
@@ -63,7 +60,10 @@ std::vector<std::string> RegisterTeamBuilderTypes(BindingTypeRegistry& registry)
 
     r.Struct<TbEnabledFeatures>("TbLobbyEnabledFeaturesResource")
         .Field("enabledFeatures", &TbEnabledFeatures::enabledFeatures);
+}
 
+// The lobby side of the game DTO: slots, the premade, the search and the ready check.
+void RegisterPremadeStateTypes(Registrar& r) {
     r.Struct<TbLobbySlotResource>("TbLobbySlotResource")
         .Field("slotId", &TbLobbySlotResource::slotId)
         .Field("summonerName", &TbLobbySlotResource::summonerName)
@@ -126,7 +126,10 @@ std::vector<std::string> RegisterTeamBuilderTypes(BindingTypeRegistry& registry)
         .Field("remainingAfkMillis", &AfkCheckStateV1::remainingAfkMillis)
         .Field("afkReady", &AfkCheckStateV1::afkReady)
         .Field("inventoryDraft", &AfkCheckStateV1::inventoryDraft);
+}
 
+// The champion-select side of the game DTO, then the DTO itself, which holds both sides.
+void RegisterChampionSelectStateTypes(Registrar& r) {
     r.Struct<ActionV1>("ActionV1")
         .Field("actionId", &ActionV1::actionId)
         .Field("actorCellId", &ActionV1::actorCellId)
@@ -207,7 +210,10 @@ std::vector<std::string> RegisterTeamBuilderTypes(BindingTypeRegistry& registry)
         .Field("matchmakingState", &TbdGameDtoV1::matchmakingState, kOmitIfEmpty)
         .Field("afkCheckState", &TbdGameDtoV1::afkCheckState, kOmitIfEmpty)
         .Field("championSelectState", &TbdGameDtoV1::championSelectState, kOmitIfEmpty);
+}
 
+// The service's pushed messages besides the DTO.
+void RegisterServiceNotificationTypes(Registrar& r) {
     r.Struct<BackwardsTransitionInfoV1>("BackwardsTransitionInfoV1")
         .Field("backwardsTransitionReason", &BackwardsTransitionInfoV1::backwardsTransitionReason)
         .Field("initiatorSummonerIds", &BackwardsTransitionInfoV1::initiatorSummonerIds);
@@ -228,7 +234,10 @@ std::vector<std::string> RegisterTeamBuilderTypes(BindingTypeRegistry& registry)
 
     r.Struct<QuitguardAbandoned>("QuitguardAbandoned")
         .Field("abandonerName", &QuitguardAbandoned::abandonerName);
+}
 
+// The lobby and countdown resources.
+void RegisterLobbyResourceTypes(Registrar& r) {
     r.Struct<LobbyPositionPreferences>("LobbyPositionPreferences")
         .Field("firstPreference", &LobbyPositionPreferences::firstPreference)
         .Field("secondPreference", &LobbyPositionPreferences::secondPreference);
@@ -291,7 +300,10 @@ std::vector<std::string> RegisterTeamBuilderTypes(BindingTypeRegistry& registry)
         .Field("phaseName", &LobbyCountdownTimer::phaseName)
         .Field("timer", &LobbyCountdownTimer::timer)
         .Field("counter", &LobbyCountdownTimer::counter);
+}
 
+// The champion-select resources and request bodies.
+void RegisterChampSelectResourceTypes(Registrar& r) {
     using Player = ChampSelectPlayerSelection;
     r.Struct<Player>("ChampSelectPlayerSelection")
         .Field("cellId", &Player::cellId)
@@ -373,7 +385,10 @@ std::vector<std::string> RegisterTeamBuilderTypes(BindingTypeRegistry& registry)
 
     r.Struct<ChampSelectPickableSkins>("ChampSelectPickableSkins")
         .Field("skinIds", &ChampSelectPickableSkins::skinIds);
+}
 
+// The matchmaking search resource with its enumerations.
+void RegisterMatchmakingResourceTypes(Registrar& r) {
     using SearchState = MatchmakingSearchState;
     r.Enum<SearchState>("MatchmakingSearchState")
         .Value("Invalid", SearchState::Invalid)
@@ -450,7 +465,10 @@ std::vector<std::string> RegisterTeamBuilderTypes(BindingTypeRegistry& registry)
         .Field("dodgeData", &MatchmakingSearch::dodgeData)
         .Field("lowPriorityData", &MatchmakingSearch::lowPriorityData)
         .Field("errors", &MatchmakingSearch::errors);
+}
 
+// The other plugins' sessions this plugin follows.
+void RegisterFollowedSessionTypes(Registrar& r) {
     r.Struct<GameflowGameClient>("GameflowGameClient")  //
         .Field("running", &GameflowGameClient::running);
 
@@ -470,7 +488,21 @@ std::vector<std::string> RegisterTeamBuilderTypes(BindingTypeRegistry& registry)
         .Field("summonerId", &LoginSession::summonerId)
         .Field("accountId", &LoginSession::accountId)
         .Field("connected", &LoginSession::connected);
+}
 
+}  // namespace
+
+std::vector<std::string> RegisterTeamBuilderTypes(BindingTypeRegistry& registry) {
+    Registrar r(registry);
+    // Each family comes after the records its fields use.
+    RegisterLobbyRequestTypes(r);
+    RegisterPremadeStateTypes(r);
+    RegisterChampionSelectStateTypes(r);
+    RegisterServiceNotificationTypes(r);
+    RegisterLobbyResourceTypes(r);
+    RegisterChampSelectResourceTypes(r);
+    RegisterMatchmakingResourceTypes(r);
+    RegisterFollowedSessionTypes(r);
     return r.TakeNames();
 }
 

@@ -1,11 +1,11 @@
-#include "teambuilder/lobby/LobbyTeamBuilderPlugin.h"
+#include "teambuilder/plugin/LobbyTeamBuilderPlugin.h"
 
 #include <utility>
 
 #include "framework/module/EndpointRoutes.h"
 #include "framework/resources/ResourceEvents.h"
 #include "framework/serviceproxy/ServiceProxyClient.h"
-#include "teambuilder/lobby/RegisterTypes.h"
+#include "teambuilder/common/RegisterTypes.h"
 
 namespace Orvan::Client::LobbyTeamBuilder {
 
@@ -80,7 +80,7 @@ bool LobbyTeamBuilderPlugin::OnStart() {
     // into the intake instead of copied; a message that does not convert is
     // dropped alike.
     RegisterServiceProxyHandler(
-        kTeamBuilderService, "tbdGameDtoV1",
+        kTeamBuilderService, kGameDtoMethod,
         ServiceProxyHandler([this](const Framework::PluginServiceProxyResponse& message) {
             Framework::Maybe<TbdGameDtoV1> dto =
                 Framework::ConvertServiceProxyPayload<TbdGameDtoV1>(Registry(), message.payload);
@@ -93,13 +93,14 @@ bool LobbyTeamBuilderPlugin::OnStart() {
             LogServiceMessage(*dto);
             OnTbdGameDto(std::move(dto).Value());
         }));
-    RegisterServiceProxyHandler<RemovedFromServiceV1>(kTeamBuilderService, "removedFromServiceV1",
+    RegisterServiceProxyHandler<RemovedFromServiceV1>(kTeamBuilderService,
+                                                      kRemovedFromServiceMethod,
                                                       [this](const RemovedFromServiceV1& message) {
                                                           LogServiceMessage(message);
                                                           OnRemovedFromService(message);
                                                       });
     RegisterServiceProxyHandler(
-        kTeamBuilderService, "gameStartFailedV1",
+        kTeamBuilderService, kGameStartFailedMethod,
         ServiceProxyHandler(
             [this](const Framework::PluginServiceProxyResponse&) { OnGameStartFailed(); }));
     RegisterServiceProxyHandler<GatekeeperRestricted>(kTeamBuilderService,
@@ -108,8 +109,7 @@ bool LobbyTeamBuilderPlugin::OnStart() {
                                                           LogServiceMessage(message);
                                                           OnGatekeeperRestricted(message);
                                                       });
-    RegisterServiceProxyHandler<QuitguardAbandoned>(kTeamBuilderService,
-                                                    "quitguardLowPriorityQueueAbandonedV1",
+    RegisterServiceProxyHandler<QuitguardAbandoned>(kTeamBuilderService, kQuitguardAbandonedMethod,
                                                     [this](const QuitguardAbandoned& message) {
                                                         LogServiceMessage(message);
                                                         OnLowPriorityQueueAbandoned(message);

@@ -6,7 +6,7 @@
 #include <utility>
 
 #include "framework/log/Log.h"
-#include "teambuilder/lobby/LobbyTeamBuilderPlugin.h"
+#include "teambuilder/plugin/LobbyTeamBuilderPlugin.h"
 
 namespace Orvan::Client::LobbyTeamBuilder {
 
@@ -20,7 +20,6 @@ using Framework::PluginResourceEventType;
 
 namespace {
 
-constexpr std::string_view kDefaultChampSelectDomainName = "champ-select";
 // The service's way of saying "ask again later".
 constexpr std::string_view kTemporaryError = "TEMPORARY_ERROR_CONSIDER_RETRY";
 constexpr std::chrono::seconds kRetrieveRetryDelay{3};
