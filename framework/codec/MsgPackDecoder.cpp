@@ -341,20 +341,26 @@ public:
             return MsgPackResult{Failure(std::move(error_)), pos_};
         }
         while (!frames_.empty()) {
+            // The items of the innermost container, until it is complete or
+            // one of them opens a container of its own.
+            size_t depth = frames_.size();
             Frame& top = frames_.back();
-            if (top.remaining == 0) {
-                Internal::TrimToSize(*top.value);
-                frames_.pop_back();
-                continue;
+            bool ok = true;
+            while (top.remaining != 0 && pos_ != size_ && frames_.size() == depth) {
+                --top.remaining;
+                ok = top.isMap ? ReadEntry(top) : ReadElement(top);
+                if (!ok) {
+                    return MsgPackResult{Failure(std::move(error_)), pos_};
+                }
             }
-            if (pos_ == size_) {
+            if (frames_.size() != depth) {
+                continue;  // `top` may have moved; the new container is read first
+            }
+            if (top.remaining != 0) {
                 break;  // input ends inside the container: it keeps what it has
             }
-            --top.remaining;
-            bool ok = top.isMap ? ReadEntry(top) : ReadElement(top);
-            if (!ok) {
-                return MsgPackResult{Failure(std::move(error_)), pos_};
-            }
+            Internal::TrimToSize(*top.value);
+            frames_.pop_back();
         }
         return MsgPackResult{std::move(result_), pos_};
     }
@@ -368,6 +374,21 @@ private:
         bool isMap;
     };
 
+    // A fixstr (nearly every name and most texts) is read here; the longer
+    // forms through ReadStringBody.
+    bool ReadText(uint8_t type, std::string_view& text) {
+        if ((type & 0xE0) == 0xA0) {
+            size_t n = type & 0x1F;
+            if (size_ - pos_ < n) {
+                return ReadString(n, text);  // the truncation message
+            }
+            text = std::string_view(reinterpret_cast<const char*>(data_ + pos_), n);
+            pos_ += n;
+            return true;
+        }
+        return ReadStringBody(type, text);
+    }
+
     // `top` is not used once the value is read: opening a container may move it.
     bool ReadEntry(Frame& top) {
         uint8_t type = data_[pos_++];
@@ -375,7 +396,7 @@ private:
             return KeyNotString();
         }
         std::string_view key;
-        if (!ReadStringBody(type, key)) {
+        if (!ReadText(type, key)) {
             return false;
         }
         if (pos_ == size_) {
@@ -432,6 +453,14 @@ private:
         if (model != nullptr && model->Kind() == BindingKind::String && target.IsEmpty() &&
             Internal::SameText(Internal::StringEntryOf(*model), text)) {
             Internal::AdoptString(target, Internal::StringEntryOf(*model));
+            return;
+        }
+        BindingContext* context = BindingContext::Context(target);
+        if (target.IsEmpty() && context != nullptr) {
+            // A fresh value inside the tree: nothing to clear.
+            Internal::InternEntry* entry =
+                text.empty() ? Internal::InternTable::Empty() : context->Strings().Intern(text);
+            Internal::TakeString(target, entry);
             return;
         }
         target.SetString(text);
@@ -532,7 +561,7 @@ private:
         }
         if (type <= 0xBF || (type >= 0xD9 && type <= 0xDB)) {
             std::string_view text;
-            if (!ReadStringBody(type, text)) {
+            if (!ReadText(type, text)) {
                 return false;
             }
             SetText(target, model, text);

@@ -145,6 +145,13 @@ inline void AdoptString(BindingProperty& target, InternEntry* entry) {
     BindingContext::Payload(target) = static_cast<uint64_t>(reinterpret_cast<uintptr_t>(entry));
 }
 
+// Makes the "empty" value `target` the string of `entry`, taking over a
+// reference the caller already holds (a fresh Intern).
+inline void TakeString(BindingProperty& target, InternEntry* entry) {
+    BindingContext::Kind(target) = BindingKind::String;
+    BindingContext::Payload(target) = static_cast<uint64_t>(reinterpret_cast<uintptr_t>(entry));
+}
+
 inline InternEntry* StringEntryOf(const BindingProperty& value) {
     return reinterpret_cast<InternEntry*>(static_cast<uintptr_t>(BindingContext::Payload(value)));
 }
