@@ -323,7 +323,8 @@ private:
 // record whose earlier sibling (the previous element of its array, or the
 // same field of the previous record) has the same kind takes it as its model:
 // names that match the model's next name are appended with the model's
-// interned name, texts equal to the model's reuse its entry. Any other name
+// interned name (names of the model the record lacks are passed over), texts
+// equal to the model's reuse its entry. Any other name
 // goes through MutableField and ends the model for that record, so the tree
 // is the one the general path builds.
 class ModelDecoder : private Cursor {
@@ -404,8 +405,13 @@ private:
         }
         if (top.model != nullptr) {
             const Internal::StructureRecord* model = Internal::StructureOf(*top.model);
-            if (top.next < model->size && Internal::SameText(model->items[top.next].name, key)) {
-                const Internal::FieldEntry& entry = model->items[top.next++];
+            size_t at =
+                top.next < model->size && Internal::SameText(model->items[top.next].name, key)
+                    ? top.next
+                    : Internal::FindModelName(*model, top.next, key);
+            if (at < model->size) {
+                const Internal::FieldEntry& entry = model->items[at];
+                top.next = at + 1;
                 return ReadInto(Internal::AppendField(*top.value, entry.name), &entry.value);
             }
             top.model = nullptr;

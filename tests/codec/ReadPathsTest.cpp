@@ -99,6 +99,12 @@ const std::vector<std::string>& SiblingCases() {
         R"([{"a":1,"c":3},{"a":1,"b":2,"c":3,"d":4}])",
         R"([{"ab":1,"b":2},{"aa":1,"b":2},{"ab":1,"bb":2}])",
         R"([{"b":1,"a":2},{"b":1,"a":2}])",
+        // Names of the model left out: one, several, more than are looked
+        // ahead for, then a name out of order or repeated after the gap.
+        R"([{"a":1,"b":2,"c":3,"d":4,"e":5,"f":6,"g":7},{"a":1,"c":3,"g":7}])",
+        R"([{"a":1,"b":2,"c":3,"d":4,"e":5,"f":6,"g":7},{"b":1,"f":3},{"a":0,"g":1}])",
+        R"([{"a":1,"b":2,"c":3,"d":4},{"a":1,"c":3,"b":2},{"a":1,"c":3,"c":4,"d":{}}])",
+        R"([{"a":{"x":1,"y":2},"b":[{"p":1,"q":2}]},{"b":[{"q":3},{"p":1}]},{"a":{"y":3}}])",
         // Same length, same prefix, differing late; long names.
         R"([{"abcdefghijklmnopq":1,"z":0},{"abcdefghijklmnopr":1,"z":0}])",
         // NUL inside a name: the name ends there, in both paths.

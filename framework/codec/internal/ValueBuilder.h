@@ -12,9 +12,10 @@
 // previous element of its array, or the same field of the previous sibling
 // record) takes that sibling as its model and is filled through the steps of
 // TreeAppend: names matching the model's are appended with the model's
-// interned names, texts equal to the model's reuse its entries, and arrays
-// are sized to the model's. Anything else (another name, a name out of order
-// or repeated, a NUL inside a name) ends the model for that container and
+// interned names (a name of the model the container lacks is passed over),
+// texts equal to the model's reuse its entries, and arrays are sized to the
+// model's. Anything else (another name, a name out of order or repeated, a
+// NUL inside a name) ends the model for that container and
 // goes through MutableField, so both paths build the same tree; the general
 // path alone is chosen at construction for the tests and fuzzers that
 // compare them. Finished containers give back the unused end of their arrays.
@@ -258,8 +259,10 @@ private:
     BindingProperty& NamedField(Frame& top, std::string_view name) {
         if (top.model != nullptr) {
             const Internal::StructureRecord* model = Internal::StructureOf(*top.model);
-            if (top.next < model->size && Internal::SameText(model->items[top.next].name, name)) {
-                const Internal::FieldEntry& entry = model->items[top.next++];
+            size_t at = Internal::FindModelName(*model, top.next, name);
+            if (at < model->size) {
+                const Internal::FieldEntry& entry = model->items[at];
+                top.next = at + 1;
                 fieldModel_ = &entry.value;
                 model_ = &entry.value;
                 return Internal::AppendField(*top.value, entry.name);
