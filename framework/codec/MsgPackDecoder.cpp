@@ -146,6 +146,7 @@ public:
                 return MsgPackResult{Failure(std::move(error_)), pos_};
             }
         }
+        builder_.Finish();
         return MsgPackResult{std::move(result_), pos_};
     }
 
@@ -363,6 +364,7 @@ public:
             Internal::TrimToSize(*top.value);
             frames_.pop_back();
         }
+        Internal::FitStrings(result_);
         return MsgPackResult{std::move(result_), pos_};
     }
 

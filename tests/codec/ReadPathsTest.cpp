@@ -401,5 +401,27 @@ TEST(ReadPaths, MsgPackFailuresAndLimits) {
     }
 }
 
+// A large document of numbers: the string buckets reserved for its size
+// and the doubled array are given back once it is read.
+TEST(ReadPaths, ReadTreesHoldWhatTheirDataNeeds) {
+    std::string text = R"({"values":[)";
+    for (int i = 0; i < 50000; ++i) {
+        text += (i ? "," : "") + std::to_string(i * 7919 % 100000);
+    }
+    text += "]}";
+    for (bool general : {false, true}) {
+        Maybe<BindingProperty> read =
+            general ? CodecInternal::ReadJsonGeneralPath(text) : ReadJson(text);
+        ASSERT_TRUE(read);
+        const BindingProperty& values = read->Field("values");
+        const Internal::CollectionRecord* record = Internal::CollectionOf(values);
+        EXPECT_EQ(record->size, 50000u);
+        EXPECT_EQ(record->capacity, record->size);
+        BindingContext* context = BindingContext::Context(*read);
+        EXPECT_EQ(context->Strings().Count(), 1u);
+        EXPECT_LE(context->Strings().BucketCount(), 16u);
+    }
+}
+
 }  // namespace
 }  // namespace Orvan::Framework

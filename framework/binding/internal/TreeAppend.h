@@ -111,6 +111,11 @@ void TrimToSize(BindingProperty& container);
 // the table's growth steps.
 void ReserveStrings(BindingProperty& root, size_t count);
 
+// After reading: gives back the string buckets ReserveStrings made beyond
+// what the texts read need (a document of numbers has few texts for its
+// size), so the tree holds no more than its data needs.
+void FitStrings(BindingProperty& root);
+
 // Out of line: the array is full.
 void GrowFieldsForAppend(BindingProperty& structure);
 

@@ -58,6 +58,10 @@ public:
         }
     }
 
+    // Called once the input has been read: drops what ExpectInput reserved
+    // beyond what the tree needs.
+    void Finish() { Internal::FitStrings(*root_); }
+
     // Number of open containers.
     size_t Depth() const { return stack_.size(); }
 
@@ -259,7 +263,10 @@ private:
     BindingProperty& NamedField(Frame& top, std::string_view name) {
         if (top.model != nullptr) {
             const Internal::StructureRecord* model = Internal::StructureOf(*top.model);
-            size_t at = Internal::FindModelName(*model, top.next, name);
+            size_t at =
+                top.next < model->size && Internal::SameText(model->items[top.next].name, name)
+                    ? top.next
+                    : Internal::FindModelName(*model, top.next, name);
             if (at < model->size) {
                 const Internal::FieldEntry& entry = model->items[at];
                 top.next = at + 1;
