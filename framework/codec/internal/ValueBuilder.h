@@ -95,6 +95,14 @@ public:
     // The value that the next event fills: a new element of the open
     // collection, the field named by the last key, or the root.
     BindingProperty& Target() {
+        if (field_ != nullptr) {
+            // The value of a named field, the most common target.
+            BindingProperty* target = field_;
+            field_ = nullptr;
+            model_ = fieldModel_;
+            lastTarget_ = target;
+            return *target;
+        }
         model_ = nullptr;
         if (stack_.empty()) {
             rootDone_ = true;
@@ -117,17 +125,10 @@ public:
             lastTarget_ = &element;
             return element;
         }
-        if (hasDeferredKey_) {
-            hasDeferredKey_ = false;
-            lastTarget_ = &NamedField(top, deferredKey_);
-            return *lastTarget_;
-        }
-        assert(field_);
-        BindingProperty* target = field_;
-        field_ = nullptr;
-        model_ = fieldModel_;
-        lastTarget_ = target;
-        return *target;
+        assert(hasDeferredKey_);
+        hasDeferredKey_ = false;
+        lastTarget_ = &NamedField(top, deferredKey_);
+        return *lastTarget_;
     }
 
     // The value the last scalar event filled.
@@ -136,13 +137,13 @@ public:
     // Scalars at the next target; a fresh target (the usual case) is set in
     // place, one that a repeated name reached is cleared first.
     void Null() {
-        BindingProperty& target = Target();
+        BindingProperty& target = ScalarTarget();
         if (!target.IsEmpty()) {
             target.Clear();  // a repeated name: the last value, null, wins
         }
     }
     void Bool(bool value) {
-        BindingProperty& target = Target();
+        BindingProperty& target = ScalarTarget();
         if (target.IsEmpty()) {
             Internal::SetInline(target, BindingKind::Bool, value ? 1 : 0);
         } else {
@@ -150,7 +151,7 @@ public:
         }
     }
     void Signed(int64_t value) {
-        BindingProperty& target = Target();
+        BindingProperty& target = ScalarTarget();
         if (target.IsEmpty()) {
             Internal::SetInline(target, BindingKind::Signed, static_cast<uint64_t>(value));
         } else {
@@ -158,7 +159,7 @@ public:
         }
     }
     void Unsigned(uint64_t value) {
-        BindingProperty& target = Target();
+        BindingProperty& target = ScalarTarget();
         if (target.IsEmpty()) {
             Internal::SetInline(target, BindingKind::Unsigned, value);
         } else {
@@ -166,7 +167,7 @@ public:
         }
     }
     void Float(double value) {
-        BindingProperty& target = Target();
+        BindingProperty& target = ScalarTarget();
         if (target.IsEmpty()) {
             Internal::SetInline(target, BindingKind::Float, std::bit_cast<uint64_t>(value));
         } else {
@@ -182,6 +183,13 @@ public:
             target.Kind() == BindingKind::Empty &&
             Internal::SameText(Internal::StringEntryOf(*model_), text)) {
             Internal::AdoptString(target, Internal::StringEntryOf(*model_));
+            return;
+        }
+        BindingContext* context = BindingContext::Context(target);
+        if (target.IsEmpty() && context != nullptr) {
+            // A fresh value inside the tree: nothing to clear.
+            Internal::TakeString(target, text.empty() ? Internal::InternTable::Empty()
+                                                      : context->Strings().Intern(text));
             return;
         }
         target.SetString(text);
@@ -240,6 +248,23 @@ public:
     }
 
 private:
+    // Target for a scalar, which has no use for a model: an element is
+    // appended without looking for the previous one.
+    BindingProperty& ScalarTarget() {
+        if (field_ != nullptr) {
+            BindingProperty* target = field_;
+            field_ = nullptr;
+            lastTarget_ = target;
+            return *target;
+        }
+        if (!stack_.empty() && stack_.back().isCollection) {
+            BindingProperty& element = Internal::AppendElement(*stack_.back().value);
+            lastTarget_ = &element;
+            return element;
+        }
+        return Target();
+    }
+
     struct Frame {
         BindingProperty* value;
         const BindingProperty* model;  // an earlier sibling of the same kind, or null
