@@ -348,7 +348,9 @@ public:
             size_t depth = frames_.size();
             Frame& top = frames_.back();
             bool ok = true;
-            while (top.remaining != 0 && pos_ != size_ && frames_.size() == depth) {
+            // The depth is checked first: a container opened by an item may
+            // have moved the frames, and `top` with them.
+            while (frames_.size() == depth && top.remaining != 0 && pos_ != size_) {
                 --top.remaining;
                 ok = top.isMap ? ReadEntry(top) : ReadElement(top);
                 if (!ok) {
