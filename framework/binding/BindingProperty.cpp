@@ -1231,7 +1231,19 @@ template <class Record, class Item>
 void TrimArray(BindingContext& context, Record& record) {
     constexpr size_t kGranule = BlockArena::kGranule;
     size_t total = (record.capacity * sizeof(Item) + kGranule - 1) / kGranule * kGranule;
-    if (record.capacity == record.size || total > BlockArena::kMaxBlock) {
+    if (record.capacity == record.size) {
+        return;
+    }
+    if (total > BlockArena::kMaxBlock) {
+        // A heap block keeps its size: an array grown by doubling moves to
+        // one of its size when an eighth or more of it is unused.
+        if ((record.capacity - record.size) * sizeof(Item) >= total / 8) {
+            Item* items = AllocateArray<Item>(context, record.size);
+            RelocateRange(items, record.items, record.size);
+            FreeArray(context, record.items, record.capacity);
+            record.items = items;
+            record.capacity = record.size;
+        }
         return;
     }
     if (record.size == 0) {
@@ -1260,6 +1272,12 @@ void TrimToSize(BindingProperty& container) {
 
 void ReserveStrings(BindingProperty& root, size_t count) {
     BindingContext::Ensure(root).Strings().Reserve(count);
+}
+
+void FitStrings(BindingProperty& root) {
+    if (BindingContext* context = Access::Context(root)) {
+        context->Strings().Fit();
+    }
 }
 
 void GrowElementsForAppend(BindingProperty& collection) {

@@ -70,6 +70,8 @@ public:
         return true;
     }
 
+    void Finish() { builder_.Finish(); }
+
 private:
     CodecInternal::ValueBuilder builder_;
 };
@@ -110,6 +112,7 @@ Maybe<BindingProperty> Read(std::string_view text, CodecInternal::ValueBuilder::
         message += '.';
         return Failure(std::move(message));
     }
+    handler.Finish();
     return result;
 }
 

@@ -208,6 +208,8 @@ public:
 
     const std::string& Error() const { return error_; }
 
+    void Finish() { builder_.Finish(); }
+
     // Returns false once a failure is recorded.
     bool Handle(const yaml_event_t& event) {
         switch (event.type) {
@@ -474,6 +476,7 @@ Maybe<BindingProperty> ReadYaml(std::string_view text) {
             break;
         }
     }
+    builder.Finish();
     return result;
 }
 

@@ -102,6 +102,21 @@ void InternTable::Reserve(size_t count) {
     }
 }
 
+void InternTable::Fit() {
+    // Small tables are left as they are: rehashing costs more than they hold.
+    constexpr size_t kWorthFitting = 4096;
+    if (bucketCount_ < kWorthFitting) {
+        return;
+    }
+    size_t wanted = kInitialBuckets;
+    while (wanted < count_) {
+        wanted *= 2;
+    }
+    if (bucketCount_ > 2 * wanted) {
+        Rehash(wanted);
+    }
+}
+
 void InternTable::Rehash(size_t newCount) {
     auto** fresh = static_cast<InternEntry**>(std::calloc(newCount, sizeof(InternEntry*)));
     if (fresh == nullptr) {

@@ -146,6 +146,10 @@ public:
     // Makes room for `count` entries without growing (a hint: the table
     // still grows past it).
     void Reserve(size_t count);
+    // Gives back buckets a Reserve made beyond what the entries need, when
+    // they are more than twice as many as needed and more than a few
+    // thousand.
+    void Fit();
 
     size_t Count() const { return count_; }
     size_t BucketCount() const { return bucketCount_; }

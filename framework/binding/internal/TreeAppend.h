@@ -7,10 +7,10 @@
 // can check that the next name is the model's next name, and then append the
 // field with the model's interned name: no ordering key, no search, no
 // interning. The model's field count sizes the new field array exactly. A
-// name that differs from the model's ends the model for that record, and the
-// general path (MutableField) takes over; the fields appended so far are the
-// model's first names in order, so the structure is already what the general
-// path would have built.
+// name the model lacks ends the model for that record, and the general path
+// (MutableField) takes over; the fields appended so far are some of the
+// model's names in order, so the structure is already what the general path
+// would have built.
 //
 // Every function here expects a value inside a tree (an element, a field, or
 // a standalone root) and keeps the tree's rules: names and texts are interned
@@ -80,6 +80,23 @@ inline bool SameText(const InternEntry* entry, std::string_view text) {
     return true;
 }
 
+// The position of `name` among the next few names of a model record from
+// `next` on, or the record's size when it is not there. A record that lacks
+// a name of its model (an optional field left out) can go on following the
+// model past it: the model's names are in byte order, so any of its later
+// names still sorts after every name taken before. Only a few names ahead
+// are looked at, so a record unlike its model costs little.
+inline size_t FindModelName(const StructureRecord& model, size_t next, std::string_view name) {
+    constexpr size_t kLookAhead = 4;
+    size_t end = model.size - next > kLookAhead ? next + kLookAhead : model.size;
+    for (size_t i = next; i < end; ++i) {
+        if (SameText(model.items[i].name, name)) {
+            return i;
+        }
+    }
+    return model.size;
+}
+
 // Makes `target` an empty structure (or collection) with room for exactly
 // `capacity` entries (at most 2^20; more grow on demand).
 void BeginSizedStructure(BindingProperty& target, size_t capacity);
@@ -93,6 +110,11 @@ void TrimToSize(BindingProperty& container);
 // about `count` texts, so that a reader that knows its input's size skips
 // the table's growth steps.
 void ReserveStrings(BindingProperty& root, size_t count);
+
+// After reading: gives back the string buckets ReserveStrings made beyond
+// what the texts read need (a document of numbers has few texts for its
+// size), so the tree holds no more than its data needs.
+void FitStrings(BindingProperty& root);
 
 // Out of line: the array is full.
 void GrowFieldsForAppend(BindingProperty& structure);
@@ -141,6 +163,13 @@ inline void SetInline(BindingProperty& target, BindingKind kind, uint64_t payloa
 // Makes the "empty" value `target` the string of `entry`, taking a reference.
 inline void AdoptString(BindingProperty& target, InternEntry* entry) {
     InternTable::Retain(entry);
+    BindingContext::Kind(target) = BindingKind::String;
+    BindingContext::Payload(target) = static_cast<uint64_t>(reinterpret_cast<uintptr_t>(entry));
+}
+
+// Makes the "empty" value `target` the string of `entry`, taking over a
+// reference the caller already holds (a fresh Intern).
+inline void TakeString(BindingProperty& target, InternEntry* entry) {
     BindingContext::Kind(target) = BindingKind::String;
     BindingContext::Payload(target) = static_cast<uint64_t>(reinterpret_cast<uintptr_t>(entry));
 }

@@ -12,9 +12,10 @@
 // previous element of its array, or the same field of the previous sibling
 // record) takes that sibling as its model and is filled through the steps of
 // TreeAppend: names matching the model's are appended with the model's
-// interned names, texts equal to the model's reuse its entries, and arrays
-// are sized to the model's. Anything else (another name, a name out of order
-// or repeated, a NUL inside a name) ends the model for that container and
+// interned names (a name of the model the container lacks is passed over),
+// texts equal to the model's reuse its entries, and arrays are sized to the
+// model's. Anything else (another name, a name out of order or repeated, a
+// NUL inside a name) ends the model for that container and
 // goes through MutableField, so both paths build the same tree; the general
 // path alone is chosen at construction for the tests and fuzzers that
 // compare them. Finished containers give back the unused end of their arrays.
@@ -57,6 +58,10 @@ public:
         }
     }
 
+    // Called once the input has been read: drops what ExpectInput reserved
+    // beyond what the tree needs.
+    void Finish() { Internal::FitStrings(*root_); }
+
     // Number of open containers.
     size_t Depth() const { return stack_.size(); }
 
@@ -90,6 +95,14 @@ public:
     // The value that the next event fills: a new element of the open
     // collection, the field named by the last key, or the root.
     BindingProperty& Target() {
+        if (field_ != nullptr) {
+            // The value of a named field, the most common target.
+            BindingProperty* target = field_;
+            field_ = nullptr;
+            model_ = fieldModel_;
+            lastTarget_ = target;
+            return *target;
+        }
         model_ = nullptr;
         if (stack_.empty()) {
             rootDone_ = true;
@@ -112,17 +125,10 @@ public:
             lastTarget_ = &element;
             return element;
         }
-        if (hasDeferredKey_) {
-            hasDeferredKey_ = false;
-            lastTarget_ = &NamedField(top, deferredKey_);
-            return *lastTarget_;
-        }
-        assert(field_);
-        BindingProperty* target = field_;
-        field_ = nullptr;
-        model_ = fieldModel_;
-        lastTarget_ = target;
-        return *target;
+        assert(hasDeferredKey_);
+        hasDeferredKey_ = false;
+        lastTarget_ = &NamedField(top, deferredKey_);
+        return *lastTarget_;
     }
 
     // The value the last scalar event filled.
@@ -131,13 +137,13 @@ public:
     // Scalars at the next target; a fresh target (the usual case) is set in
     // place, one that a repeated name reached is cleared first.
     void Null() {
-        BindingProperty& target = Target();
+        BindingProperty& target = ScalarTarget();
         if (!target.IsEmpty()) {
             target.Clear();  // a repeated name: the last value, null, wins
         }
     }
     void Bool(bool value) {
-        BindingProperty& target = Target();
+        BindingProperty& target = ScalarTarget();
         if (target.IsEmpty()) {
             Internal::SetInline(target, BindingKind::Bool, value ? 1 : 0);
         } else {
@@ -145,7 +151,7 @@ public:
         }
     }
     void Signed(int64_t value) {
-        BindingProperty& target = Target();
+        BindingProperty& target = ScalarTarget();
         if (target.IsEmpty()) {
             Internal::SetInline(target, BindingKind::Signed, static_cast<uint64_t>(value));
         } else {
@@ -153,7 +159,7 @@ public:
         }
     }
     void Unsigned(uint64_t value) {
-        BindingProperty& target = Target();
+        BindingProperty& target = ScalarTarget();
         if (target.IsEmpty()) {
             Internal::SetInline(target, BindingKind::Unsigned, value);
         } else {
@@ -161,7 +167,7 @@ public:
         }
     }
     void Float(double value) {
-        BindingProperty& target = Target();
+        BindingProperty& target = ScalarTarget();
         if (target.IsEmpty()) {
             Internal::SetInline(target, BindingKind::Float, std::bit_cast<uint64_t>(value));
         } else {
@@ -177,6 +183,13 @@ public:
             target.Kind() == BindingKind::Empty &&
             Internal::SameText(Internal::StringEntryOf(*model_), text)) {
             Internal::AdoptString(target, Internal::StringEntryOf(*model_));
+            return;
+        }
+        BindingContext* context = BindingContext::Context(target);
+        if (target.IsEmpty() && context != nullptr) {
+            // A fresh value inside the tree: nothing to clear.
+            Internal::TakeString(target, text.empty() ? Internal::InternTable::Empty()
+                                                      : context->Strings().Intern(text));
             return;
         }
         target.SetString(text);
@@ -235,6 +248,23 @@ public:
     }
 
 private:
+    // Target for a scalar, which has no use for a model: an element is
+    // appended without looking for the previous one.
+    BindingProperty& ScalarTarget() {
+        if (field_ != nullptr) {
+            BindingProperty* target = field_;
+            field_ = nullptr;
+            lastTarget_ = target;
+            return *target;
+        }
+        if (!stack_.empty() && stack_.back().isCollection) {
+            BindingProperty& element = Internal::AppendElement(*stack_.back().value);
+            lastTarget_ = &element;
+            return element;
+        }
+        return Target();
+    }
+
     struct Frame {
         BindingProperty* value;
         const BindingProperty* model;  // an earlier sibling of the same kind, or null
@@ -258,8 +288,13 @@ private:
     BindingProperty& NamedField(Frame& top, std::string_view name) {
         if (top.model != nullptr) {
             const Internal::StructureRecord* model = Internal::StructureOf(*top.model);
-            if (top.next < model->size && Internal::SameText(model->items[top.next].name, name)) {
-                const Internal::FieldEntry& entry = model->items[top.next++];
+            size_t at =
+                top.next < model->size && Internal::SameText(model->items[top.next].name, name)
+                    ? top.next
+                    : Internal::FindModelName(*model, top.next, name);
+            if (at < model->size) {
+                const Internal::FieldEntry& entry = model->items[at];
+                top.next = at + 1;
                 fieldModel_ = &entry.value;
                 model_ = &entry.value;
                 return Internal::AppendField(*top.value, entry.name);
