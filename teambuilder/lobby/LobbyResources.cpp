@@ -140,7 +140,7 @@ void LobbyResources::CheckMatchmakingSearch(const GameDtoRecord& previous,
     }
 }
 
-void LobbyResources::Keep(Effects changes) {
+void LobbyResources::Keep(Effects& changes) {
     for (Effect& effect : changes) {
         auto* change = std::get_if<ResourceChange>(&effect);
         if (change == nullptr || change->type == ResourceEventType::Create) {

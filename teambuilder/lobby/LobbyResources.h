@@ -67,7 +67,8 @@ public:
     // Create of the search is not adopted, so the next DTO's search is
     // compared with the default one and a search under way is published
     // again as an update.
-    void Keep(Effects changes);
+    void Keep(Effects& changes);
+    void Keep(Effects&& changes) { Keep(changes); }
     // The search GET serves and the service's other messages start from.
     void KeepCurrentSearch(Api::MatchmakingSearch search) { currentSearch_ = std::move(search); }
 

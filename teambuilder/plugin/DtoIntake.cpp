@@ -76,7 +76,13 @@ void LobbyTeamBuilderPlugin::ApplyGameDtoRecord(GameDtoRecord incoming) {
         return;
     }
 
-    Effects effects = AdvanceLobbySide(incoming);
+    // The list's storage is reused from one DTO to the next: an effect is
+    // large enough (it may hold a whole session) that allocating the list
+    // anew showed in every push. Taken out, not borrowed, so that a DTO
+    // applied from within the carry-out gets its own.
+    Effects effects = std::move(effectsScratch_);
+    effects.clear();
+    AdvanceLobbySide(incoming, effects);
 
     if (!incoming.HasDto()) {
         currentDraftPremadeId_.clear();
@@ -98,7 +104,9 @@ void LobbyTeamBuilderPlugin::ApplyGameDtoRecord(GameDtoRecord incoming) {
             }
         }
     }
-    lobbyResources_.Keep(std::move(effects));
+    lobbyResources_.Keep(effects);
+    effects.clear();
+    effectsScratch_ = std::move(effects);
     // Still publishes as it goes.
     UpdateDraftLists(incoming);
     applyingDto_ = false;
@@ -115,9 +123,7 @@ void LobbyTeamBuilderPlugin::ApplyGameDtoRecord(GameDtoRecord incoming) {
     }
 }
 
-Effects LobbyTeamBuilderPlugin::AdvanceLobbySide(const GameDtoRecord& incoming) {
-    Effects effects;
-    effects.reserve(8);
+void LobbyTeamBuilderPlugin::AdvanceLobbySide(const GameDtoRecord& incoming, Effects& effects) {
     // The service may skip the search entirely (a lobby that is matched at
     // once); the matchmaking resource still has to pass through searching so
     // the ready check is shown as a found match.
@@ -143,7 +149,6 @@ Effects LobbyTeamBuilderPlugin::AdvanceLobbySide(const GameDtoRecord& incoming) 
     }
     lobbyResources_.CheckLobby(storedDto_, incoming, lastKnownPremadeState_, effects);
     AdvanceMatchmaking(storedDto_, incoming, effects);
-    return effects;
 }
 
 void LobbyTeamBuilderPlugin::AdvanceMatchmaking(const GameDtoRecord& previous,

@@ -133,7 +133,7 @@ public:
     // service skipped, if it did, kept at once since the incoming record's
     // step compares with it) and returns the effects to carry out, in order;
     // the intake keeps them once they are carried out.
-    Effects AdvanceLobbySide(const GameDtoRecord& incoming);
+    void AdvanceLobbySide(const GameDtoRecord& incoming, Effects& effects);
     // One matchmaking step from previous to incoming: the search derived and
     // kept as the current one; the change of the resource goes to `out`.
     void AdvanceMatchmaking(const GameDtoRecord& previous, const GameDtoRecord& incoming,
@@ -322,6 +322,8 @@ private:
     std::set<std::string> abandonedLobbyIds_;
     std::deque<std::string> recentChampSelectTeamIds_;
     LobbyResources lobbyResources_;
+    // Storage for the intake's list of effects, kept between DTOs.
+    Effects effectsScratch_;
     std::optional<Api::ChampSelectSession> lastPublishedSession_;
     std::optional<Api::TbLobbyPremadeStateResource> lastKnownPremadeState_;
     std::string champSelectDomainName_{kDefaultChampSelectDomainName};
