@@ -164,8 +164,8 @@ std::optional<MemoryStatistics> HostRuntime::Memory(uint32_t plugin) const {
     uint32_t words[kMemoryStatisticsWords] = {};
     record.callbacks->GetMemoryStatistics(record.module, words);
     auto counter = [&](int index) {
-        return static_cast<uint64_t>(words[2 * index]) |
-               (static_cast<uint64_t>(words[2 * index + 1]) << 32);
+        const size_t low = size_t{2} * static_cast<size_t>(index);
+        return static_cast<uint64_t>(words[low]) | (static_cast<uint64_t>(words[low + 1]) << 32);
     };
     return MemoryStatistics{counter(0), counter(1), counter(2), counter(3), counter(4), counter(5)};
 }
@@ -448,8 +448,8 @@ void HostRuntime::Deliver(const QueuedEvent& event) {
 
 // ---- Resources ----------------------------------------------------------------------------------
 
-void HostRuntime::PutResource(const std::string& owner, const std::string& uri, std::string json,
-                              bool announce) {
+void HostRuntime::PutResource(const std::string& owner, const std::string& uri,
+                              const std::string& json, bool announce) {
     const bool created = resources_.count(uri) == 0;
     resources_[uri] = {owner, json};
     if (!announce) {
@@ -506,7 +506,7 @@ std::map<std::string, std::string> HostRuntime::Resources() const {
 void HostRuntime::AddRoute(std::string owner, uint32_t method, std::string templateText,
                            RouteHandler handler) {
     routes_.push_back(
-        Route_{std::move(owner), method, std::move(templateText), std::move(handler)});
+        RouteEntry{std::move(owner), method, std::move(templateText), std::move(handler)});
 }
 
 const EndpointRecord* HostRuntime::FindEndpoint(uint32_t plugin, uint32_t method,
@@ -522,10 +522,10 @@ const EndpointRecord* HostRuntime::FindEndpoint(uint32_t plugin, uint32_t method
 RestReply HostRuntime::Route(const RestRequest& request) {
     const std::string path = request.Path();
     // Stand-in routes and stored resources.
-    const Route_* bestRoute = nullptr;
+    const RouteEntry* bestRoute = nullptr;
     PathParameters bestParameters;
     size_t bestWeight = std::numeric_limits<size_t>::max();
-    for (const Route_& route : routes_) {
+    for (const RouteEntry& route : routes_) {
         if (route.method != request.method) {
             continue;
         }

@@ -204,7 +204,7 @@ public:
     // ---- Resources of the host's stand-ins ---------------------------------------
     // Stores the value and publishes a Create (first time) or Update event
     // (unless `announce` is false); GET and HEAD of the URI answer it.
-    void PutResource(const std::string& owner, const std::string& uri, std::string json,
+    void PutResource(const std::string& owner, const std::string& uri, const std::string& json,
                      bool announce = true);
     void DeleteResource(const std::string& uri);
     std::optional<std::string> Resource(const std::string& uri) const;
@@ -264,7 +264,7 @@ private:
         uint32_t plugin = 0;
         std::function<void()> run;
     };
-    struct Route_ {
+    struct RouteEntry {
         std::string owner;
         uint32_t method = 0;
         std::string templateText;
@@ -305,7 +305,7 @@ private:
     std::map<std::pair<double, uint64_t>, Task> delayed_;
     uint64_t nextTask_ = 1;
     uint64_t turns_ = 0;
-    std::vector<Route_> routes_;
+    std::vector<RouteEntry> routes_;
     std::map<std::string, std::pair<std::string, std::string>> resources_;  // uri -> owner, json
     std::vector<HostObserver*> observers_;
     StallHandler stallHandler_;

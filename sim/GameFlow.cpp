@@ -35,7 +35,7 @@ void ServiceSimulator::Game::BuildRoster() {
     std::vector<std::string_view> names(PlayerNames().begin(), PlayerNames().end());
     Shuffle(names);
     const int party = std::clamp(scenario_.partySize, 1, kTeamSize);
-    players_.resize(2 * kTeamSize);
+    players_.resize(size_t{2} * kTeamSize);
     for (size_t i = 0; i < players_.size(); ++i) {
         SimPlayer& player = players_[i];
         player.local = i == 0;
@@ -456,6 +456,7 @@ void ServiceSimulator::Game::BeginChampSelect() {
     // the order 1-2-2-2-2-1.
     int32_t id = 1;
     std::vector<SimAction> bans;
+    bans.reserve(size_t{2} * kTeamSize);
     for (int32_t cell = 0; cell < 2 * kTeamSize; ++cell) {
         bans.push_back(SimAction{id++, cell, "BAN", 0, false});
     }
@@ -463,6 +464,7 @@ void ServiceSimulator::Game::BeginChampSelect() {
     const std::vector<std::vector<int32_t>> order = {{0}, {5, 6}, {1, 2}, {7, 8}, {3, 4}, {9}};
     for (const auto& actors : order) {
         std::vector<SimAction> set;
+        set.reserve(actors.size());
         for (int32_t cell : actors) {
             set.push_back(SimAction{id++, cell, "PICK", 0, false});
         }
@@ -475,6 +477,7 @@ void ServiceSimulator::Game::BeginChampSelect() {
     cs_.phaseTotalMs = kPlanningMs;
 
     std::vector<std::string> names;
+    names.reserve(allies.size());
     for (size_t player : allies) {
         names.push_back(players_[player].local ? "you" : players_[player].name);
     }
@@ -513,6 +516,7 @@ void ServiceSimulator::Game::StartSet(int32_t index) {
         env_.Narrate("service", "bans: everyone bans one champion, 30 s");
     } else {
         std::vector<std::string> names;
+        names.reserve(set.size());
         for (const SimAction& action : set) {
             names.push_back(Actor(CellOf(action.actorCellId)->player));
         }

@@ -379,9 +379,7 @@ inline void Yaml(std::string& out, const rapidjson::Value& v, int indent, bool i
             }
             first = false;
             out += "- ";
-            if (e.IsObject() && e.MemberCount() != 0) {
-                Yaml(out, e, indent + 2, true);
-            } else if (e.IsArray() && !e.Empty()) {
+            if (e.IsArray() && !e.Empty()) {
                 out += "\n";
                 Yaml(out, e, indent + 2, false);
             } else {
@@ -579,7 +577,7 @@ inline const std::vector<CodecInput>& Inputs() {
             rapidjson::StringBuffer b;
             Writer w(b);
             w.StartArray();
-            while (b.GetSize() < 2 * 1024 * 1024) {
+            while (b.GetSize() < size_t{2} * 1024 * 1024) {
                 ChampSelect(w, r);
             }
             w.EndArray();
@@ -588,7 +586,7 @@ inline const std::vector<CodecInput>& Inputs() {
         for (const char* shape : {"records", "deep", "texts", "numbers"}) {
             for (auto [label, size] :
                  {std::pair{"1k", size_t{1024}}, std::pair{"32k", size_t{32768}},
-                  std::pair{"2m", size_t{2 * 1024 * 1024}}}) {
+                  std::pair{"2m", size_t{2} * 1024 * 1024}}) {
                 list.push_back(Make(std::string(shape) + label, Shaped(r, shape, size)));
             }
         }

@@ -114,6 +114,8 @@ using Maybe = MaybeType<Failure, T>;
 
 #define QEL_CONCAT_INNER_(a, b) a##b
 #define QEL_CONCAT_(a, b) QEL_CONCAT_INNER_(a, b)
+// `lhs` may be a declaration ("auto value"), so it cannot be parenthesised.
+// NOLINTBEGIN(bugprone-macro-parentheses)
 #define QEL_ASSIGN_OR_RETURN_IMPL_(tmp, lhs, expr) \
     auto tmp = (expr);                             \
     if (!tmp.HasValue()) {                         \
@@ -122,3 +124,4 @@ using Maybe = MaybeType<Failure, T>;
     lhs = std::move(tmp).Value()
 #define QEL_ASSIGN_OR_RETURN(lhs, expr) \
     QEL_ASSIGN_OR_RETURN_IMPL_(QEL_CONCAT_(qelMaybe_, __LINE__), lhs, expr)
+// NOLINTEND(bugprone-macro-parentheses)

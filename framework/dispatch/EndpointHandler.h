@@ -80,6 +80,9 @@ struct HandlerSignature<R (*)(P...)> {
     using Parameters = std::tuple<P...>;
 };
 
+// `qualifiers` are a member function's cv and reference qualifiers, which
+// parentheses would not leave as such.
+// NOLINTBEGIN(bugprone-macro-parentheses)
 #define QEL_HANDLER_SIGNATURE_(qualifiers)               \
     template <class R, class C, class... P>              \
     struct HandlerSignature<R (C::*)(P...) qualifiers> { \
@@ -95,12 +98,14 @@ QEL_HANDLER_SIGNATURE_(const noexcept)
 QEL_HANDLER_SIGNATURE_(&)
 QEL_HANDLER_SIGNATURE_(const&)
 #undef QEL_HANDLER_SIGNATURE_
+// NOLINTEND(bugprone-macro-parentheses)
 
 template <class Result>
 Maybe<BindingProperty> ResultToProperty(const BindingTypeRegistry& registry, Result&& result) {
     using Value = typename MaybeValue<std::decay_t<Result>>::Type;
     if (!result.HasValue()) {
-        return std::move(result).GetFailure();
+        // The handler's result is consumed here, whoever holds it.
+        return std::move(result).GetFailure();  // NOLINT(bugprone-move-forwarding-reference)
     }
     if constexpr (std::is_void_v<Value>) {
         return BindingProperty();

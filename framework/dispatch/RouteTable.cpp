@@ -144,7 +144,7 @@ RouteTemplate ParseRouteTemplate(std::string_view templateText) {
         }
         if (c == '}') {
             result.pattern.append(PatternOf(current.kind));
-            result.parameters.push_back(std::move(current));
+            result.parameters.push_back(std::exchange(current, PathParameter{}));
             inGroup = false;
         } else if (current.name.empty() && c == '+') {
             current.kind = PathParameterKind::Reserved;

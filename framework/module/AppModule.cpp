@@ -258,7 +258,7 @@ void AppModule::DeleteResource(std::string_view uri) {
     resources_.PublishValue(uri, PluginResourceEventType::Delete, BindingProperty());
 }
 
-void AppModule::AddResourceHandler(std::string_view uri, ResourceHandler handler) {
+void AppModule::AddResourceHandler(std::string_view uri, const ResourceHandler& handler) {
     const bool exact = resources_.StoreHandler(uri, handler);
     // Through the slot, as a module may follow resources its own way.
     (void)Subscribe(uri);

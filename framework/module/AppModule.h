@@ -188,7 +188,7 @@ public:
     void DeleteResource(std::string_view uri);
     // Stores the handler (exact URI, or pattern when it holds "*"),
     // subscribes, and hands an exact resource's current value over at once.
-    void AddResourceHandler(std::string_view uri, ResourceHandler handler);
+    void AddResourceHandler(std::string_view uri, const ResourceHandler& handler);
     // The same with the data converted into T; events that do not convert
     // are dropped.
     template <class T>

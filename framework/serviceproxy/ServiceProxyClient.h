@@ -164,7 +164,7 @@ public:
     template <class P>
     void Invoke(std::string_view service, std::string_view method, const P& payload,
                 std::string_view responseMethod, std::string_view extra,
-                ServiceProxyHandler completion) {
+                ServiceProxyHandler completion) {  // NOLINT(performance-unnecessary-value-param)
         InvokeSerialized(service, method, SerializeServiceProxyPayload(registry_, payload),
                          responseMethod, extra, std::move(completion));
     }

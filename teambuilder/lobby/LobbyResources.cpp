@@ -115,8 +115,11 @@ void LobbyResources::CheckLobby(const GameDtoRecord& previous, const GameDtoReco
     const bool changed = derived.lobby != publishedLobby_;
     if (changed) {
         // Built in place: a lobby is large enough for each move to count.
-        out.emplace_back(std::in_place_type<ResourceChange>, kLobbyUri, ResourceEventType::Update,
-                         std::move(derived.lobby));
+        auto& change =
+            std::get<ResourceChange>(out.emplace_back(std::in_place_type<ResourceChange>));
+        change.uri = kLobbyUri;
+        change.type = ResourceEventType::Update;
+        change.value.emplace<Api::Lobby>(std::move(derived.lobby));
     }
     Api::LobbyCountdownTimer countdown = DeriveCountdown(*incoming.dto);
     if (changed) {

@@ -277,7 +277,7 @@ TEST(BindingPropertyTest, CopiesLandInTheTargetContext) {
     BindingContext* sourceContext = BindingContext::Context(source);
     holder = std::move(source);
     EXPECT_EQ(BindingContext::Context(holder), sourceContext);
-    EXPECT_TRUE(source.IsEmpty());
+    EXPECT_TRUE(source.IsEmpty());  // NOLINT(bugprone-use-after-move): what is checked
     EXPECT_EQ(holder.Field("name").GetString(), "alpha");
 
     // Moving out of a tree copies and clears the element.
@@ -289,7 +289,7 @@ TEST(BindingPropertyTest, CopiesLandInTheTargetContext) {
 
     // Moving a standalone value into a tree copies too.
     target.MutableElement(1) = std::move(taken);
-    EXPECT_TRUE(taken.IsEmpty());
+    EXPECT_TRUE(taken.IsEmpty());  // NOLINT(bugprone-use-after-move): what is checked
     EXPECT_EQ(target.Element(1).Field("list").Size(), 3u);
 
     BindingProperty& self = holder;
@@ -393,7 +393,7 @@ TEST(BindingPropertyTest, PoolPagesAreReusedAcrossTrees) {
     size_t freePages = source.FreePages();
     for (int round = 0; round < 5; ++round) {
         BindingProperty again = BuildRecords(2000);
-        BindingProperty copy(again);
+        const BindingProperty copy(again);  // NOLINT(performance-unnecessary-copy-initialization)
         EXPECT_EQ(copy.Size(), again.Size());
     }
     EXPECT_EQ(source.ReservedBytes(), reserved);

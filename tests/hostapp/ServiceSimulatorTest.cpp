@@ -67,7 +67,7 @@ private:
 // Plays the local player the way the plugin and its user would.
 class Client {
 public:
-    Client(const char* scenario, SimOptions options = {})
+    Client(const char* scenario, const SimOptions& options = {})
         : services_(world_, *FindScenario(scenario), options) {
         services_.Start();
     }

@@ -291,7 +291,7 @@ TEST(SessionReplay, RefusesFilesThatAreNotUsableSessionsNamingTheLine) {
         std::function<std::string()> text;
         std::string error;
     };
-    auto edited = [&](size_t index, std::string line) {
+    auto edited = [&](size_t index, const std::string& line) {
         return [=] {
             std::vector<std::string> lines = good;
             lines[index] = line;

@@ -113,7 +113,8 @@ TEST_F(ResourceEventsTest, TypedHandlersConvertTheDataAndDropWhatDoesNotConvert)
         });
     BindingProperty wrongType = SessionValue("Lobby", 1);
     wrongType.MutableField("counter").SetString("many");
-    for (BindingProperty data : {SessionValue("Lobby", 3), wrongType, BindingProperty("text")}) {
+    for (const BindingProperty& data :
+         {SessionValue("Lobby", 3), wrongType, BindingProperty("text")}) {
         host_.EmitResource("/qel-gameflow/v1/session", "Update", data);
     }
     host_.EmitResource("/qel-gameflow/v1/session", "Delete", BindingProperty());

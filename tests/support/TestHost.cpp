@@ -119,7 +119,10 @@ uint8_t QEL_HOST_CALL StreamRead(void* context, uint8_t* buffer, uint32_t* lengt
                        ? 4096
                        : stream->chunks[std::min<size_t>(read - 1, stream->chunks.size() - 1)];
     size_t count = std::min<size_t>({*length, chunk, stream->text.size() - stream->offset});
+    // A stream's bytes, not a C string.
+    // NOLINTBEGIN(bugprone-not-null-terminated-result)
     std::memcpy(buffer, stream->text.data() + stream->offset, count);
+    // NOLINTEND(bugprone-not-null-terminated-result)
     stream->offset += count;
     *length = static_cast<uint32_t>(count);
     *more = stream->offset < stream->text.size() ? 1 : 0;
@@ -406,7 +409,7 @@ void TestHost::EmitResource(std::string_view uri, std::string_view eventType,
     BindingProperty payload;
     payload.MutableField("uri").SetString(uri);
     payload.MutableField("eventType").SetString(eventType);
-    payload.MutableField("data") = data;
+    payload.MutableField("data") = std::move(data);
     Emit(ResourceEventKey(uri), std::move(payload));
 }
 

@@ -19,10 +19,11 @@ constexpr const char* kLeft = "PLAYER_LEFT_CHAMPION_SELECT";
 constexpr const char* kTimedOut = "PLAYER_TIMED_OUT_ON_REQUIRED_ACTION";
 constexpr const char* kAfkFailed = "AFK_CHECK_FAILED";
 
-std::vector<TbLobbySlotResource> SlotsWith(std::vector<int32_t> ids) {
+std::vector<TbLobbySlotResource> SlotsWith(const std::vector<int32_t>& ids) {
     std::vector<TbLobbySlotResource> slots;
+    slots.reserve(ids.size());
     for (int32_t id : ids) {
-        slots.push_back(Slot(id, static_cast<uint64_t>(10 + id)));
+        slots.push_back(Slot(id, uint64_t{10} + static_cast<uint64_t>(id)));
     }
     return slots;
 }

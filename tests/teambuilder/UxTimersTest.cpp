@@ -4,6 +4,7 @@
 // timers do when they fire, with their log lines.
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <cstdlib>
 #include <functional>
 #include <string>
@@ -49,8 +50,7 @@ struct UxHost {
         for (size_t i = timersSeen; i < calls.size(); ++i) {
             if (calls[i].arguments[0].rfind(kTimerPrefix, 0) == 0) {
                 const double delay = std::strtod(calls[i].arguments[1].c_str(), nullptr);
-                timers.push_back(calls[i].arguments[0] + " " +
-                                 std::to_string(static_cast<long>(delay + 0.5)));
+                timers.push_back(calls[i].arguments[0] + " " + std::to_string(std::lround(delay)));
             }
         }
         timersSeen = calls.size();

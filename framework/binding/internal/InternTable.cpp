@@ -118,7 +118,9 @@ void InternTable::Fit() {
 }
 
 void InternTable::Rehash(size_t newCount) {
-    auto** fresh = static_cast<InternEntry**>(std::calloc(newCount, sizeof(InternEntry*)));
+    // An array of bucket heads: pointers, not entries.
+    auto** fresh = static_cast<InternEntry**>(
+        std::calloc(newCount, sizeof(InternEntry*)));  // NOLINT(bugprone-sizeof-expression)
     if (fresh == nullptr) {
         throw std::bad_alloc();
     }

@@ -30,12 +30,12 @@ inline constexpr const char* kMethodRequests = "/qel-login/v1/service-proxy-meth
 class ServiceScript {
 public:
     struct Reply {
-        Reply(std::string method_ = {}, std::string payload_ = {}, std::string status_ = "OK",
-              std::string error_ = {})
-            : method(std::move(method_)),
-              payload(std::move(payload_)),
-              status(std::move(status_)),
-              error(std::move(error_)) {}
+        Reply(std::string methodName = {}, std::string payloadText = {},
+              std::string statusText = "OK", std::string errorText = {})
+            : method(std::move(methodName)),
+              payload(std::move(payloadText)),
+              status(std::move(statusText)),
+              error(std::move(errorText)) {}
 
         std::string method;
         std::string payload;

@@ -89,7 +89,7 @@ inline TbLobbySlotResource Slot(int32_t slotId, uint64_t summonerId,
 inline std::vector<TbLobbySlotResource> Slots(int count) {
     std::vector<TbLobbySlotResource> slots;
     for (int i = 1; i <= count; ++i) {
-        slots.push_back(Slot(i, static_cast<uint64_t>(10 + i)));
+        slots.push_back(Slot(i, uint64_t{10} + static_cast<uint64_t>(i)));
     }
     return slots;
 }
