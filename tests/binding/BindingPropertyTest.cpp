@@ -336,7 +336,7 @@ TEST(BindingPropertyTest, InternedStringsAreCountedPerContext) {
     ASSERT_NE(strings.Find("shared"), nullptr);
     EXPECT_EQ(strings.Find("shared")->refCount, 3u);
     EXPECT_EQ(strings.Find("id")->refCount, 3u);
-    EXPECT_EQ(strings.Find("id")->hash, 0x37386ae0u);  // FNV-1a of "id"
+    EXPECT_EQ(strings.Find("id")->hash, Internal::HashText("id"));
 
     tree.MutableElement(0).MutableField("id").SetSigned(1);
     EXPECT_EQ(strings.Find("shared")->refCount, 2u);
@@ -362,6 +362,67 @@ TEST(BindingPropertyTest, InternedStringsAreCountedPerContext) {
     }
     EXPECT_EQ(strings.Count(), 1000u);
     EXPECT_GE(strings.BucketCount(), strings.Count());
+}
+
+// Texts that differ in a single byte, in their length only, or by trailing
+// NULs must land apart, and a text hashes the same wherever its bytes sit,
+// whichever path (a fresh intern, a lookup, a copy into another tree) takes it.
+TEST(BindingPropertyTest, TextHashSeparatesNearTextsOnEveryPath) {
+    struct Family {
+        const char* label;
+        std::vector<std::string> texts;
+    };
+    std::vector<Family> families(4);
+    families[0].label = "one byte changed at each position";
+    families[1].label = "lengths 1..300 of one letter";
+    families[2].label = "trailing NULs";
+    families[3].label = "numbers as texts";
+    for (size_t length = 1; length <= 40; ++length) {
+        for (size_t at = 0; at < length; ++at) {
+            for (char c : {'b', 'c', 'z'}) {
+                std::string text(length, 'a');
+                text[at] = c;
+                families[0].texts.push_back(text);
+            }
+        }
+    }
+    for (size_t length = 1; length <= 300; ++length) {
+        families[1].texts.emplace_back(length, 'q');
+        families[2].texts.push_back("name" + std::string(length, '\0'));
+    }
+    for (int i = 0; i < 3000; ++i) {
+        families[3].texts.push_back(std::to_string(i * 7919));
+    }
+    for (const Family& family : families) {
+        SCOPED_TRACE(family.label);
+        std::vector<uint32_t> hashes;
+        std::vector<int> buckets(1024);
+        for (const std::string& text : family.texts) {
+            uint32_t hash = Internal::HashText(text);
+            hashes.push_back(hash);
+            ++buckets[hash & 1023];
+            std::string shifted = "x" + text;  // another alignment
+            EXPECT_EQ(Internal::HashText(std::string_view(shifted).substr(1)), hash);
+        }
+        std::sort(hashes.begin(), hashes.end());
+        EXPECT_EQ(std::unique(hashes.begin(), hashes.end()), hashes.end());
+        size_t expectedLoad = family.texts.size() / 1024 + 1;
+        EXPECT_LE(*std::max_element(buckets.begin(), buckets.end()), 4 * expectedLoad + 4);
+
+        BindingProperty tree;
+        for (const std::string& text : family.texts) {
+            tree.Append().SetString(text);
+        }
+        const InternTable& strings = BindingContext::Context(tree)->Strings();
+        BindingProperty copy(tree);
+        const InternTable& copied = BindingContext::Context(copy)->Strings();
+        EXPECT_EQ(strings.Count(), family.texts.size());
+        for (const std::string& text : family.texts) {
+            ASSERT_NE(strings.Find(text), nullptr) << text.size();
+            ASSERT_NE(copied.Find(text), nullptr) << text.size();
+            EXPECT_EQ(copied.Find(text)->hash, strings.Find(text)->hash);
+        }
+    }
 }
 
 BindingProperty BuildRecords(int count) {

@@ -13,7 +13,8 @@ struct StaticEmptyEntry {
     char text[8];
 };
 
-constinit StaticEmptyEntry gEmpty{{nullptr, kFnvOffsetBasis, 1, 0, 0}, {}};
+// The hash is HashText of the empty text.
+constinit StaticEmptyEntry gEmpty{{nullptr, 0, 1, 0, 0}, {}};
 
 size_t EntrySize(size_t length) {
     return sizeof(InternEntry) + length + 1;
@@ -62,7 +63,7 @@ const InternEntry* InternTable::Find(std::string_view text) const {
     if (bucketCount_ == 0) {
         return nullptr;
     }
-    uint32_t hash = Fnv1a(text);
+    uint32_t hash = HashText(text);
     for (InternEntry* entry = buckets_[hash & (bucketCount_ - 1)]; entry != nullptr;
          entry = entry->next) {
         if (entry->hash == hash && entry->View() == text) {
