@@ -423,5 +423,53 @@ TEST(ReadPaths, ReadTreesHoldWhatTheirDataNeeds) {
     }
 }
 
+// Records of one unique text each, about 90 bytes a record: the readers'
+// size-based estimate of the texts is well above their count, and the table
+// must not keep the difference (the next power of two above the count at
+// most).
+TEST(ReadPaths, StringBucketsFollowTheTextsNotTheInputSize) {
+    std::string json = R"({"items":[)";
+    std::vector<uint8_t> msgpack = {0x81, 0xA5, 'i', 't', 'e', 'm', 's', 0xDD};
+    constexpr uint32_t kRecords = 12000;
+    for (int shift = 24; shift >= 0; shift -= 8) {
+        msgpack.push_back(static_cast<uint8_t>(kRecords >> shift));
+    }
+    for (uint32_t i = 0; i < kRecords; ++i) {
+        std::string label = "label-" + std::to_string(i * 7919);
+        json += (i ? "," : "");
+        json += R"({"id":)" + std::to_string(i) + R"(,"label":")" + label +
+                R"(","note":"a text that every record repeats as it is"})";
+        msgpack.insert(msgpack.end(), {0x83, 0xA2, 'i', 'd', 0xCE});
+        for (int shift = 24; shift >= 0; shift -= 8) {
+            msgpack.push_back(static_cast<uint8_t>(i >> shift));
+        }
+        msgpack.insert(msgpack.end(), {0xA5, 'l', 'a', 'b', 'e', 'l'});
+        msgpack.push_back(static_cast<uint8_t>(0xA0 | label.size()));
+        msgpack.insert(msgpack.end(), label.begin(), label.end());
+        const std::string note = "a text every record repeats";
+        msgpack.insert(msgpack.end(), {0xA4, 'n', 'o', 't', 'e'});
+        msgpack.push_back(static_cast<uint8_t>(0xA0 | note.size()));
+        msgpack.insert(msgpack.end(), note.begin(), note.end());
+    }
+    json += "]}";
+    struct Case {
+        const char* label;
+        Maybe<BindingProperty> read;
+    };
+    Case cases[] = {
+        {"json", ReadJson(json)},
+        {"json, general path", CodecInternal::ReadJsonGeneralPath(json)},
+        {"msgpack", Maybe<BindingProperty>(DecodeMsgPack(msgpack.data(), msgpack.size()).value)},
+    };
+    for (Case& c : cases) {
+        SCOPED_TRACE(c.label);
+        ASSERT_TRUE(c.read);
+        EXPECT_EQ(c.read->Field("items").Size(), kRecords);
+        const Internal::InternTable& strings = BindingContext::Context(*c.read)->Strings();
+        EXPECT_GE(strings.Count(), kRecords);
+        EXPECT_LE(strings.BucketCount(), std::bit_ceil(strings.Count()));
+    }
+}
+
 }  // namespace
 }  // namespace Orvan::Framework
