@@ -1272,10 +1272,13 @@ void TrimToSize(BindingProperty& container) {
 
 void ReserveStrings(BindingProperty& root, size_t count) {
     // Readers estimate from their input's size, which overstates the texts
-    // of most documents; rounding down keeps a 2 MB document from holding
-    // twice the buckets it fills (one doubling is the price when it does
-    // fill them).
-    BindingContext::Ensure(root).Strings().Reserve(std::bit_floor(count));
+    // of most documents; rounding a large estimate down keeps a 2 MB
+    // document from holding twice the buckets it fills (one doubling is the
+    // price when it does fill them). A small table is cheaper to oversize
+    // than to grow.
+    constexpr size_t kRoundDownFrom = 4096;
+    BindingContext::Ensure(root).Strings().Reserve(count < kRoundDownFrom ? count
+                                                                          : std::bit_floor(count));
 }
 
 void FitStrings(BindingProperty& root) {

@@ -107,8 +107,9 @@ void BeginSizedCollection(BindingProperty& target, size_t capacity);
 void TrimToSize(BindingProperty& container);
 
 // Sizes the intern table of the tree of `root` (created when missing) for
-// about `count` texts (the power of two at or below it), so that a reader
-// that knows its input's size skips most of the table's growth steps.
+// about `count` texts (a large count: the power of two at or below it), so
+// that a reader that knows its input's size skips most of the table's growth
+// steps.
 void ReserveStrings(BindingProperty& root, size_t count);
 
 // After reading: gives back the string buckets ReserveStrings made beyond
