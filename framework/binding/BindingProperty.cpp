@@ -20,9 +20,11 @@ namespace Orvan::Framework {
 
 using Internal::BlobRecord;
 using Internal::CollectionRecord;
+using Internal::EntryCount;
 using Internal::FieldEntry;
 using Internal::InternEntry;
 using Internal::InternTable;
+using Internal::kMaxEntries;
 using Internal::StructureRecord;
 using Access = BindingContext;
 
@@ -584,8 +586,19 @@ bool FindFieldForInsert(BindingContext& context, const StructureRecord& record, 
     return FindField(record, name, position);
 }
 
+// The capacity an array grows to: doubled (or `first` for none), at least
+// `wanted`, within what a record counts.
+EntryCount GrownCapacity(size_t current, size_t wanted, size_t first) {
+    if (wanted > kMaxEntries) {
+        throw std::length_error("BindingProperty: too many elements");
+    }
+    size_t doubled =
+        current == 0 ? first : (current >= kMaxEntries / 2 ? kMaxEntries : current * 2);
+    return static_cast<EntryCount>(std::max(wanted, doubled));
+}
+
 void GrowCollection(BindingContext& context, CollectionRecord& record, size_t wanted) {
-    size_t capacity = std::max(wanted, record.capacity ? record.capacity * 2 : kFirstCapacity);
+    EntryCount capacity = GrownCapacity(record.capacity, wanted, kFirstCapacity);
     BindingProperty* items = AllocateArray<BindingProperty>(context, capacity);
     RelocateRange(items, record.items, record.size);
     FreeArray(context, record.items, record.capacity);
@@ -594,7 +607,7 @@ void GrowCollection(BindingContext& context, CollectionRecord& record, size_t wa
 }
 
 void GrowStructure(BindingContext& context, StructureRecord& record, size_t wanted) {
-    size_t capacity = std::max(wanted, record.capacity ? record.capacity * 2 : kFirstCapacity);
+    EntryCount capacity = GrownCapacity(record.capacity, wanted, kFirstCapacity);
     FieldEntry* items = AllocateArray<FieldEntry>(context, capacity);
     RelocateRange(items, record.items, record.size);
     FreeArray(context, record.items, record.capacity);
@@ -605,7 +618,8 @@ void GrowStructure(BindingContext& context, StructureRecord& record, size_t want
 // Moves the fields to a larger array, leaving a gap at `position`.
 [[gnu::noinline]] void GrowStructureWithGap(BindingContext& context, StructureRecord& record,
                                             size_t position) {
-    size_t capacity = record.capacity ? record.capacity * 2 : kFirstFieldCapacity;
+    EntryCount capacity =
+        GrownCapacity(record.capacity, size_t{record.size} + 1, kFirstFieldCapacity);
     FieldEntry* items = AllocateArray<FieldEntry>(context, capacity);
     RelocateRange(items, record.items, position);
     RelocateRange(items + position + 1, record.items + position, record.size - position);
@@ -1043,7 +1057,7 @@ BindingProperty& BindingProperty::Append() {
     }
     auto* record = As<CollectionRecord>(payload_);
     if (record->size == record->capacity) {
-        GrowCollection(*context_, *record, record->size + 1);
+        GrowCollection(*context_, *record, size_t{record->size} + 1);
     }
     BindingProperty& element = record->items[record->size];
     ConstructChild(&element, context_);
@@ -1084,7 +1098,8 @@ void BindingProperty::Resize(size_t count) {
     for (size_t i = record->size; i < count; ++i) {
         ConstructChild(&record->items[i], context_);
     }
-    record->size = std::max(record->size, count);
+    // Within the capacity reached above.
+    record->size = static_cast<EntryCount>(std::max<size_t>(record->size, count));
 }
 
 std::span<const BindingProperty> BindingProperty::Elements() const {
@@ -1207,7 +1222,7 @@ void BeginSizedStructure(BindingProperty& target, size_t capacity) {
         capacity = std::min(capacity, kMaxReserve);
         StructureRecord* record = StructureOf(target);
         record->items = AllocateArray<FieldEntry>(*Access::Context(target), capacity);
-        record->capacity = capacity;
+        record->capacity = static_cast<EntryCount>(capacity);
     }
 }
 
@@ -1217,7 +1232,7 @@ void BeginSizedCollection(BindingProperty& target, size_t capacity) {
         capacity = std::min(capacity, kMaxReserve);
         CollectionRecord* record = CollectionOf(target);
         record->items = AllocateArray<BindingProperty>(*Access::Context(target), capacity);
-        record->capacity = capacity;
+        record->capacity = static_cast<EntryCount>(capacity);
     }
 }
 
@@ -1289,13 +1304,13 @@ void FitStrings(BindingProperty& root) {
 
 void GrowElementsForAppend(BindingProperty& collection) {
     CollectionRecord& record = *CollectionOf(collection);
-    GrowCollection(*Access::Context(collection), record, record.size + 1);
+    GrowCollection(*Access::Context(collection), record, size_t{record.size} + 1);
 }
 
 void GrowFieldsForAppend(BindingProperty& structure) {
     StructureRecord& record = *StructureOf(structure);
     GrowStructure(*Access::Context(structure), record,
-                  record.capacity ? record.capacity * 2 : kFirstFieldCapacity);
+                  GrownCapacity(record.capacity, size_t{record.size} + 1, kFirstFieldCapacity));
 }
 
 }  // namespace Orvan::Framework::Internal

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cmath>
 #include <limits>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -499,6 +500,33 @@ TEST(BindingPropertyTest, ReserveAndResize) {
     record.MutableField("a");
     record.Reserve(10);
     EXPECT_EQ(record.Kind(), BindingKind::Structure);
+}
+
+// A record counts its entries in 32 bits: growth past that is refused before
+// anything is allocated or counted, and the collection keeps what it held.
+TEST(BindingPropertyTest, CollectionsRefuseMoreEntriesThanARecordCounts) {
+    if constexpr (sizeof(size_t) > 4) {
+        const size_t beyond = size_t{1} << 32;
+        struct Case {
+            const char* label;
+            void (*grow)(BindingProperty&, size_t);
+        };
+        const Case cases[] = {
+            {"Resize", [](BindingProperty& v, size_t n) { v.Resize(n); }},
+            {"MutableElement", [](BindingProperty& v, size_t n) { v.MutableElement(n - 1); }},
+        };
+        for (const Case& c : cases) {
+            SCOPED_TRACE(c.label);
+            for (size_t count : {beyond, beyond + 1, beyond * 4}) {
+                BindingProperty value;
+                value.Resize(2);
+                value.MutableElement(1).SetString("kept");
+                EXPECT_THROW(c.grow(value, count), std::length_error);
+                EXPECT_EQ(value.Size(), 2u);
+                EXPECT_EQ(value.Element(1).GetString(), "kept");
+            }
+        }
+    }
 }
 
 }  // namespace

@@ -28,10 +28,16 @@ struct BlobRecord {
     std::vector<uint8_t> bytes;
 };
 
+// Counts of a collection's or structure's entries. Thirty-two bits keep a
+// record at sixteen bytes (one per container of a tree); the arrays that
+// would need more are refused where they grow.
+using EntryCount = uint32_t;
+constexpr size_t kMaxEntries = UINT32_MAX;
+
 struct CollectionRecord {
     BindingProperty* items;
-    size_t size;
-    size_t capacity;
+    EntryCount size;
+    EntryCount capacity;
 };
 
 // One field of a structure; the entries of a structure are contiguous and
@@ -43,8 +49,8 @@ struct FieldEntry {
 
 struct StructureRecord {
     FieldEntry* items;
-    size_t size;
-    size_t capacity;
+    EntryCount size;
+    EntryCount capacity;
 };
 
 }  // namespace Internal
