@@ -3,7 +3,8 @@
 reference in the same run (throughput ours / throughput reference, so higher
 is better). Repetitions are interleaved at random and the median of each
 benchmark is used, so that load from other work on the machine falls on both
-sides alike.
+sides alike; beside each ratio, in parentheses, the range it takes between
+the quartiles of both sides, which says how far one figure can be trusted.
 
 Times are the CPU time of the benchmark's thread unless --real is given:
 the machine is shared, and time spent waiting for a core is not the code's.
@@ -27,6 +28,15 @@ PAIRS = {
     "MsgPackBench": ("DecodeMsgPack", ["MsgPackCUnpack"]),
     "YamlBench": ("ReadYaml", ["LibYamlEventLoop"]),
 }
+
+
+def Quartiles(values):
+    """The first and third quartiles (both the median for fewer than four)."""
+    if len(values) < 4:
+        middle = statistics.median(values)
+        return middle, middle
+    q = statistics.quantiles(values, n=4)
+    return q[0], q[2]
 
 
 def main():
@@ -59,6 +69,9 @@ def main():
         if not times:
             continue
         best = {name: statistics.median(values) for name, values in times.items()}
+        # The quartiles of each side bound how far the ratio moves between
+        # repetitions; the spread printed is that range around the median.
+        quartiles = {name: Quartiles(values) for name, values in times.items()}
         prefixes = list(dict.fromkeys(name.rsplit("/", 1)[0] for name in best))
         for prefix in prefixes:
             mine = best[f"{prefix}/{ours}"]
@@ -66,6 +79,9 @@ def main():
             for ref in refs:
                 theirs = best[f"{prefix}/{ref}"]
                 line += f" | {ref} {theirs / 1000:10.1f} us ratio {theirs / mine:5.2f}"
+                low = quartiles[f"{prefix}/{ref}"][0] / quartiles[f"{prefix}/{ours}"][1]
+                high = quartiles[f"{prefix}/{ref}"][1] / quartiles[f"{prefix}/{ours}"][0]
+                line += f" ({low:4.2f}-{high:4.2f})"
             reference = f"{prefix}/{refs[0]}"
             if f"{prefix}/{ours}" in allocated and allocated.get(reference):
                 line += (f" | allocated {allocated[f'{prefix}/{ours}'] / 1024:8.0f} KiB,"
