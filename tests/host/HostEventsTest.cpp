@@ -64,8 +64,11 @@ protected:
         HostEvent event{};
         event.name = name;
         event.context = this;
+        // An arena value points at the texts of its source: both live until
+        // the delivery is over.
+        Maybe<BindingProperty> value = BindingProperty();
         if (!json.empty()) {
-            Maybe<BindingProperty> value = ReadJson(json);
+            value = ReadJson(json);
             ASSERT_TRUE(value.HasValue()) << json;
             ASSERT_TRUE(ToHostValue(*value, event.payload, &registry_, arena, 0).HasValue());
         }
