@@ -113,6 +113,7 @@ TEST(ModuleMemoryTest, ConcurrentUpdatesLoseNothing) {
     constexpr int kRounds = 20000;
     MemoryStatistics statistics;
     std::vector<std::thread> threads;
+    threads.reserve(kThreads);
     for (int t = 0; t < kThreads; ++t) {
         threads.emplace_back([&statistics, t] {
             for (int i = 0; i < kRounds; ++i) {
