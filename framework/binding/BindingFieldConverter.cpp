@@ -6,6 +6,8 @@
 
 #include "framework/binding/MessageFormat.h"
 #include "framework/binding/ScalarConversion.h"
+#include "framework/binding/internal/BindingContext.h"
+#include "framework/binding/internal/TreeAppend.h"
 
 namespace Orvan::Framework {
 
@@ -123,15 +125,51 @@ private:
     const BindingProperty** data_ = inline_.data();
 };
 
+bool LeftOut(const BindingFieldInfo& member, const BindingProperty& slot) {
+    if ((member.flags & kOmitIfEmpty) == 0) {
+        return false;
+    }
+    return (member.flags & kOptionalMember) != 0 ? slot.IsEmpty() : IsOmittable(slot);
+}
+
 void ConvertMember(BindingConversion& c, const BindingFieldInfo& member, const char* base,
                    BindingProperty& output) {
     BindingProperty& slot = output.MutableField(member.name);
     member.converter->ConvertToProperty(c, base + member.offset, slot);
-    const bool omittable =
-        (member.flags & kOptionalMember) != 0 ? slot.IsEmpty() : IsOmittable(slot);
-    if (c.Ok() && (member.flags & kOmitIfEmpty) != 0 && omittable) {
+    if (c.Ok() && LeftOut(member, slot)) {
         output.RemoveField(member.name);
     }
+}
+
+// The usual case: names that append in order. Each field goes at the end of
+// an array sized for all of them, its name interned with the ordering key
+// worked out at registration, and a field left out is the last one, taken
+// off again; no name is searched for or measured. The structure is the one
+// ConvertMember builds. Returns false at the first failure.
+bool AppendMembers(BindingConversion& c, const BindingTypeInfo& info, const char* base,
+                   BindingProperty& output) {
+    using Internal::InternEntry;
+    using Internal::InternTable;
+    Internal::BeginSizedStructure(output, info.fields.size());
+    InternTable& strings = BindingContext::Ensure(output).Strings();
+    Internal::StructureRecord* record = Internal::StructureOf(output);
+    for (uint32_t index : info.fieldsByName) {
+        const BindingFieldInfo& member = info.fields[index];
+        InternEntry* name = member.name.empty() ? InternTable::Empty()
+                                                : strings.Intern(member.name, member.namePrefix);
+        BindingProperty& slot = Internal::AppendField(output, name);
+        strings.Release(name);  // the field holds its own reference
+        member.converter->ConvertToProperty(c, base + member.offset, slot);
+        if (!c.Ok()) {
+            return false;
+        }
+        if (LeftOut(member, slot)) {
+            slot.Clear();
+            --record->size;
+            strings.Release(record->items[record->size].name);
+        }
+    }
+    return true;
 }
 
 }  // namespace
@@ -578,19 +616,25 @@ void ConvertStruct(BindingConversion& c, const BindingTypeInfo* info, const void
         return;
     }
     const char* base = static_cast<const char*>(source);
-    // Fields are added in name order, so each one lands at the end of the
-    // structure without a search or a shift.
-    output.SetEmptyStructure();
-    output.Reserve(info->fields.size());
-    for (uint32_t index : info->fieldsByName) {
-        const BindingFieldInfo& member = info->fields[index];
-        ConvertMember(c, member, base, output);
-        if (!c.Ok()) {
-            break;
+    if (info->namesAppendInOrder) {
+        if (AppendMembers(c, *info, base, output)) {
+            return;
         }
-    }
-    if (c.Ok()) {
-        return;
+    } else {
+        // Fields are added in name order, so each one lands at the end of
+        // the structure without a search or a shift.
+        output.SetEmptyStructure();
+        output.Reserve(info->fields.size());
+        for (uint32_t index : info->fieldsByName) {
+            const BindingFieldInfo& member = info->fields[index];
+            ConvertMember(c, member, base, output);
+            if (!c.Ok()) {
+                break;
+            }
+        }
+        if (c.Ok()) {
+            return;
+        }
     }
     // The failure found in name order need not be the first in registration
     // order, which decides the message. Failures are rare and converting to a

@@ -1,9 +1,11 @@
 #include "framework/binding/BindingTypeRegistry.h"
 
 #include <algorithm>
+#include <iterator>
 #include <utility>
 
 #include "framework/binding/BindingFieldConverter.h"
+#include "framework/binding/internal/InternTable.h"
 
 namespace Orvan::Framework {
 
@@ -62,6 +64,7 @@ BindingTypeBuilder& BindingTypeBuilder::AddField(
     BindingFieldInfo field;
     field.name.assign(name);
     field.nameHash = HashFnv1a32(name);
+    field.namePrefix = Internal::PrefixKey(name.data(), name.size());
     field.description.assign(description);
     field.staticType = &memberType;
     field.offset = offset;
@@ -78,6 +81,13 @@ BindingTypeBuilder& BindingTypeBuilder::AddField(
     auto position = std::upper_bound(
         info_->fieldsByName.begin(), info_->fieldsByName.end(), name,
         [this](std::string_view key, uint32_t other) { return key < info_->fields[other].name; });
+    // A repeated name (the later one lands right after the earlier) or a NUL
+    // byte, which ends a structure's name early, leaves the general path.
+    if (name.find('\0') != std::string_view::npos ||
+        (position != info_->fieldsByName.begin() &&
+         info_->fields[*std::prev(position)].name == name)) {
+        info_->namesAppendInOrder = false;
+    }
     info_->fieldsByName.insert(position, index);
     return *this;
 }

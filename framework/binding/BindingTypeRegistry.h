@@ -62,6 +62,9 @@ struct BindingEnumValueInfo {
 struct BindingFieldInfo {
     std::string name;
     uint32_t nameHash = 0;
+    // The ordering key a structure compares this name by (its first eight
+    // bytes, big-endian), worked out once for conversion to values.
+    uint64_t namePrefix = 0;
     std::string description;
     const StaticType* staticType = nullptr;  // of the member's native type
     uint32_t offset = 0;
@@ -92,6 +95,10 @@ struct BindingTypeInfo {
     // Indexes into `fields` in the order a structure keeps its field names
     // (unsigned byte order); conversion walks values in that order.
     std::vector<uint32_t> fieldsByName;
+    // True while the names are distinct and free of NUL bytes, so that in
+    // the order of `fieldsByName` each one sorts strictly after the one
+    // before and a value can be built by appending them.
+    bool namesAppendInOrder = true;
     std::map<std::string, BindingEnumValueInfo, std::less<>> values;  // by name
     const BindingTypeRegistry* registry = nullptr;
     // The converter of the type itself, set by the typed registration calls;

@@ -96,9 +96,21 @@ private:
         return block;
     }
 
+    // An arena value lives no longer than the value it is made from, whose
+    // texts and names are interned with a NUL after them (as are the
+    // registry's enumerator names): such a value points at them instead of
+    // copying them. The host sees the same bytes, length and terminator.
+    static const char* Borrowed(std::string_view text) { return text.empty() ? "" : text.data(); }
+
     bool Text(std::string_view text, HostValue& out) {
         if (!CheckLength(text.size())) {
             return false;
+        }
+        if (arena_ != nullptr) {
+            out.type = kHostValueTextOwned;
+            out.payload.span.address = const_cast<char*>(Borrowed(text));
+            out.payload.span.length = static_cast<uint32_t>(text.size());
+            return true;
         }
         char* copy = static_cast<char*>(Allocate(text.size() + 1));
         if (copy == nullptr) {
@@ -199,15 +211,19 @@ private:
         size_t index = 0;
         for (BindingProperty::FieldRef field : fields) {
             HostObjectEntry& entry = entries[index++];
-            char* key = static_cast<char*>(Allocate(field.name.size() + 1));
-            if (key == nullptr) {
-                return OutOfMemory();
+            if (arena_ != nullptr) {
+                entry.key = Borrowed(field.name);
+            } else {
+                char* key = static_cast<char*>(Allocate(field.name.size() + 1));
+                if (key == nullptr) {
+                    return OutOfMemory();
+                }
+                if (!field.name.empty()) {
+                    std::memcpy(key, field.name.data(), field.name.size());
+                }
+                key[field.name.size()] = '\0';
+                entry.key = key;
             }
-            if (!field.name.empty()) {
-                std::memcpy(key, field.name.data(), field.name.size());
-            }
-            key[field.name.size()] = '\0';
-            entry.key = key;
             entry.keyOwned = 1;
             if (!Convert(field.value, entry.value, depth + 1)) {
                 return false;

@@ -16,9 +16,10 @@
 // keys, allocated through the module's counting hooks; ReleaseHostValue frees
 // them (codes 6, 8, 9 and 10, keys whose flag is 1; never 5 or 7) and leaves
 // code 0. The side that made a value releases it. A value made into a
-// HostValueArena looks the same to the host, but its parts live in the
-// arena's blocks and go with the arena: it is never passed to
-// ReleaseHostValue.
+// HostValueArena looks the same to the host, but its arrays and objects live
+// in the arena's blocks and go with the arena, and its texts and keys are
+// those of the value it was made from (interned, NUL-terminated): it is
+// used while both last and never passed to ReleaseHostValue.
 // Threads: pure functions; a value is used by one thread at a time.
 #pragma once
 

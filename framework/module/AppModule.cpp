@@ -12,11 +12,11 @@ namespace Orvan::Framework {
 
 AppModule::AppModule()
     : registry_(std::make_unique<BindingTypeRegistry>()),
-      events_(entries_, *registry_, names_.shortName,
+      events_(*this, *registry_, names_.shortName,
               {this, &AppModule::DispatchResourceEvent, &AppModule::DispatchServiceProxyEvent}),
-      rest_(entries_, *registry_),
-      resources_(entries_, events_, rest_, *registry_, names_.shortName),
-      serviceProxy_(entries_, rest_, delayedCalls_, *registry_, names_.shortName, finalizing_) {
+      rest_(*this, *registry_),
+      resources_(*this, events_, rest_, *registry_, names_.shortName),
+      serviceProxy_(*this, rest_, delayedCalls_, *registry_, names_.shortName, finalizing_) {
     Logger::Acquire();
     callbacks_.StartModule = &AppModule::StartModule;
     callbacks_.DestroyModule = &AppModule::DestroyModule;
@@ -79,7 +79,7 @@ bool AppModule::Start(const HostLink& link) {
         logTarget_ = SetUpModuleLogging(hostApi_);
     }
     userAgent_ = Format("OrvanClient/%1 (%2)", coreVersion_.Text(), names_.shortName);
-    pluginHandle_ = link.pluginHandle;
+    SetPluginHandle(link.pluginHandle);
     telemetry_ = std::make_unique<TelemetryAdapter>(rest_);
 
     RegisterEventHandler(kServiceProxyUuidEvent,
@@ -199,7 +199,7 @@ bool AppModule::OnStart() {
 // ---- Waiting and delayed calls ---------------------------------------------
 
 uint64_t AppModule::Yield() {
-    return Framework::Yield(entries_);
+    return Framework::Yield(*this);
 }
 
 void AppModule::ScheduleAt(std::string_view label, Clock::time_point deadline,

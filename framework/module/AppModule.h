@@ -8,15 +8,16 @@
 // A plugin derives from it and overrides the destructor, RegisterEndpoints
 // and OnStart. The virtual operations keep this order (slots 1 to 15):
 // Subscribe, Unsubscribe, the destructor, Stop, the nine host entries 0 to 8,
-// RegisterEndpoints, OnStart. Apart from log lines, which the module's
-// PluginLogTarget writes through entry 9, the host-entry slots are the only
-// way the module reaches the host.
+// RegisterEndpoints, OnStart; HostEntries (framework/host) declares them in
+// that order and the module implements it. Apart from log lines, which the
+// module's PluginLogTarget writes through entry 9, the host-entry slots are
+// the only way the module reaches the host.
 //
 // The module is composed of the framework's services, each with its own
 // state in its own folder; the module wires them to its host slots and
 // forwards its operations to them:
-//   framework/host/          the host link: HostEntries (the entries as the
-//                            services call them, through the slots below),
+//   framework/host/          the host link: HostEntries (the module's slots
+//                            as the services reach them, one dispatch each),
 //                            waits, DelayedCalls, HostEvents (event handlers
 //                            and their dispatch)
 //   framework/rest/          RestClient (REST calls to other plugins) and the
@@ -82,7 +83,7 @@ namespace Orvan::Framework {
 class PluginLogTarget;
 class TelemetryAdapter;
 
-class AppModule {
+class AppModule : private HostEntries {
 public:
     using ResourceHandler = Framework::ResourceHandler;
     using ServiceProxyHandler = Framework::ServiceProxyHandler;
@@ -96,30 +97,30 @@ public:
     // ---- Virtual operations, in slot order -------------------------------
 
     // Slots 1 and 2: follow a resource's event key (nestable per key).
-    virtual Maybe<> Subscribe(std::string_view uri);
-    virtual Maybe<> Unsubscribe(std::string_view uri);
+    Maybe<> Subscribe(std::string_view uri) override;
+    Maybe<> Unsubscribe(std::string_view uri) override;
     // Slot 3.
-    virtual ~AppModule();
+    ~AppModule() override;
     // Slot 4: unregisters every event from the host and clears the handler,
     // service-proxy and resource maps; subscription counts stay.
-    virtual void Stop();
+    void Stop() override;
     // Slots 5 to 13: host entries 0 to 8. Without a host table (before
     // StartModule) they do nothing and return 0.
-    virtual void CallHostRequest(HostResponse* reply, HostRequest* request);
-    virtual uint32_t CallHostEntry1(uint32_t first, uint32_t second);
-    virtual void CallHostEmitEvent(HostEvent* event);
-    virtual void CallHostRegisterEvent(const char* name, uint32_t pluginHandle,
-                                       HostEventCallback callback, void* context, uint32_t flags);
-    virtual void CallHostUnregisterEvent(const char* name, uint32_t pluginHandle);
-    virtual void CallHostScheduleCall(const char* label, HostDelayedCallback callback,
-                                      void* context, double delaySeconds, uint32_t flags);
-    virtual void CallHostServeOnce();
-    virtual void CallHostBeginWait(const std::string& label, uint32_t value);
-    virtual uint64_t CallHostEndWait();
+    void CallHostRequest(HostResponse* reply, HostRequest* request) override;
+    uint32_t CallHostEntry1(uint32_t first, uint32_t second) override;
+    void CallHostEmitEvent(HostEvent* event) override;
+    void CallHostRegisterEvent(const char* name, uint32_t pluginHandle, HostEventCallback callback,
+                               void* context, uint32_t flags) override;
+    void CallHostUnregisterEvent(const char* name, uint32_t pluginHandle) override;
+    void CallHostScheduleCall(const char* label, HostDelayedCallback callback, void* context,
+                              double delaySeconds, uint32_t flags) override;
+    void CallHostServeOnce() override;
+    void CallHostBeginWait(const std::string& label, uint32_t value) override;
+    uint64_t CallHostEndWait() override;
     // Slot 14: the plugin registers its types and routes here.
-    virtual void RegisterEndpoints();
+    void RegisterEndpoints() override;
     // Slot 15: the plugin's start; its result is StartModule's.
-    virtual bool OnStart();
+    bool OnStart() override;
 
     // ---- Load and the host's callbacks -----------------------------------
 
@@ -272,7 +273,7 @@ public:
     const std::string& PluginLabel() const { return pluginLabel_; }
     const std::string& UserAgent() const { return userAgent_; }
     const PluginApiVersion& CoreVersion() const { return coreVersion_; }
-    uint32_t PluginHandle() const { return pluginHandle_; }
+    uint32_t PluginHandle() const { return HostEntries::PluginHandle(); }
     const HostApi* Api() const { return hostApi_; }
     bool IsFinalizing() const { return finalizing_.load(std::memory_order_acquire); }
     size_t PendingDelayedCalls() const;
@@ -296,35 +297,6 @@ protected:
     static void Trace(const char* format, ...) QEL_PRINTF_FORMAT(1, 2);
 
 private:
-    // The host entries as the services call them: through the slots, so
-    // that a module overriding a slot sees every call.
-    class SlotEntries final : public HostEntries {
-    public:
-        explicit SlotEntries(AppModule& module) : module_(module) {}
-        void Request(HostResponse* reply, HostRequest* request) override {
-            module_.CallHostRequest(reply, request);
-        }
-        void EmitEvent(HostEvent* event) override { module_.CallHostEmitEvent(event); }
-        void RegisterEvent(const char* name, HostEventCallback callback, void* context,
-                           uint32_t flags) override {
-            module_.CallHostRegisterEvent(name, module_.pluginHandle_, callback, context, flags);
-        }
-        void UnregisterEvent(const char* name) override {
-            module_.CallHostUnregisterEvent(name, module_.pluginHandle_);
-        }
-        void ScheduleCall(const char* label, HostDelayedCallback callback, void* context,
-                          double delaySeconds) override {
-            module_.CallHostScheduleCall(label, callback, context, delaySeconds, 0);
-        }
-        void ServeOnce() override { module_.CallHostServeOnce(); }
-        void BeginWait(const std::string& label) override { module_.CallHostBeginWait(label, 0); }
-        uint64_t EndWait() override { return module_.CallHostEndWait(); }
-        uint32_t PluginHandle() const override { return module_.pluginHandle_; }
-
-    private:
-        AppModule& module_;
-    };
-
     bool Start(const HostLink& link);
 
     static void QEL_HOST_CALL DispatchResourceEvent(HostEvent* event);
@@ -332,7 +304,6 @@ private:
 
     // Host link.
     HostApi* hostApi_ = nullptr;
-    uint32_t pluginHandle_ = 0;
     std::string userAgent_;
     std::unique_ptr<TelemetryAdapter> telemetry_;
 
@@ -347,10 +318,10 @@ private:
 
     std::unique_ptr<BindingTypeRegistry> registry_;
 
-    // The services, in the order they build on each other.
-    SlotEntries entries_{*this};
+    // The services, in the order they build on each other; they reach the
+    // host through this module's slots (HostEntries).
     HostEvents events_;
-    DelayedCalls delayedCalls_{entries_};
+    DelayedCalls delayedCalls_{*this};
     RestClient rest_;
     ResourceEvents resources_;
     ServiceProxyClient serviceProxy_;
@@ -373,7 +344,7 @@ inline void AppModule::Trace(const char*, ...) {}
 
 template <class T>
 T AppModule::Await(std::future<T> future) {
-    return AwaitOn(entries_, std::move(future));
+    return AwaitOn(static_cast<HostEntries&>(*this), std::move(future));
 }
 
 template <class... Args>

@@ -28,16 +28,16 @@ Maybe<> ResourceEventPayload(std::string_view uri, PluginResourceEventType event
     constexpr size_t kFields = 3;
     auto* entries =
         static_cast<HostObjectEntry*>(arena.Allocate(kFields * sizeof(HostObjectEntry)));
-    char* dataKey = arena.CopyText("data");
-    char* typeKey = arena.CopyText("eventType");
-    char* uriKey = arena.CopyText("uri");
+    // The keys and the enumerator's name are texts that outlive the call, as
+    // the data's own texts are: the payload points at them.
+    const char* const dataKey = "data";
+    const char* const typeKey = "eventType";
+    const char* const uriKey = "uri";
     const int32_t typeNumber = static_cast<int32_t>(eventType);
-    const char* typeName =
+    const char* typeText =
         registry.EnumeratorName(StaticType::Of<PluginResourceEventType>(), typeNumber);
-    char* typeText = typeName != nullptr ? arena.CopyText(typeName) : nullptr;
     char* uriText = arena.CopyText(uri);
-    if (entries == nullptr || dataKey == nullptr || typeKey == nullptr || uriKey == nullptr ||
-        uriText == nullptr || (typeName != nullptr && typeText == nullptr)) {
+    if (entries == nullptr || uriText == nullptr) {
         return Failure("Out of memory converting a value for the host");
     }
     std::memset(static_cast<void*>(entries), 0, kFields * sizeof(HostObjectEntry));
@@ -50,7 +50,7 @@ Maybe<> ResourceEventPayload(std::string_view uri, PluginResourceEventType event
     entries[1].keyOwned = 1;
     if (typeText != nullptr) {
         entries[1].value.type = kHostValueTextOwned;
-        entries[1].value.payload.span.address = typeText;
+        entries[1].value.payload.span.address = const_cast<char*>(typeText);
         entries[1].value.payload.span.length = static_cast<uint32_t>(std::strlen(typeText));
     } else {
         entries[1].value.type = kHostValueSigned;

@@ -77,6 +77,25 @@ struct Omit {
     int32_t always = 0;
 };
 
+// Names that cannot simply be appended in order: a name given twice, a NUL
+// byte (the name ends there), the empty name.
+struct Unusual {
+    int32_t first = 1;
+    int32_t second = 2;
+    int32_t cut = 3;
+    int32_t nameless = 4;
+};
+
+// Omitted members before, between and after kept ones, in a record kept in
+// a list, so that fields taken off again leave the next ones where they go.
+struct Sparse {
+    int32_t zz = 0;
+    std::string mm;
+    int32_t aa = 0;
+    std::vector<Omit> omits;
+    std::optional<std::string> bb;
+};
+
 // Registered after the container that uses it.
 struct Late {
     int32_t v = 0;
@@ -134,6 +153,17 @@ protected:
             .Field("maybe", &Omit::maybe, kOmitIfEmpty)
             .Field("object", &Omit::object, kOmitIfEmpty)
             .Field("always", &Omit::always);
+        RegisterStruct<Unusual>(r, "TestUnusual")
+            .Field("dup", &Unusual::first)
+            .Field("dup", &Unusual::second)
+            .Field(std::string_view("cut\0off", 7), &Unusual::cut)
+            .Field("", &Unusual::nameless);
+        RegisterStruct<Sparse>(r, "TestSparse")
+            .Field("zz", &Sparse::zz, kOmitIfEmpty)
+            .Field("mm", &Sparse::mm, kOmitIfEmpty)
+            .Field("aa", &Sparse::aa, kOmitIfEmpty)
+            .Field("omits", &Sparse::omits)
+            .Field("bb", &Sparse::bb, kOmitIfEmpty);
         RegisterStruct<HoldsLate>(r, "TestHoldsLate").Field("lates", &HoldsLate::lates);
         RegisterStruct<Late>(r, "TestLate").Field("v", &Late::v);
     }
@@ -521,6 +551,92 @@ TEST_F(NativeConversionTest, OmitIfEmptyLeavesOutEmptyFalseAndZero) {
         EXPECT_TRUE(value->HasField(name)) << name;
     }
     EXPECT_TRUE(value->HasField("maybe"));
+}
+
+// A record's value is built by appending its names in order where they
+// allow it; either way it must be the structure that setting each member by
+// name makes: the same names in byte order, the same values, nothing left
+// of a member that is left out.
+TEST_F(NativeConversionTest, RecordValuesMatchFieldByFieldConstruction) {
+    auto names = [](const BindingProperty& value) {
+        std::string out;
+        for (BindingProperty::FieldRef field : value.Fields()) {
+            out += std::string(field.name) + ";";
+        }
+        return out;
+    };
+    Omit someOmit;
+    someOmit.i = 5;
+    someOmit.s = "kept";
+    Sparse sparseFull;
+    sparseFull.zz = 1;
+    sparseFull.mm = "m";
+    sparseFull.aa = 2;
+    sparseFull.bb = "";
+    sparseFull.omits = {Omit{}, someOmit};
+    Sparse sparseMiddle;
+    sparseMiddle.mm = "only";
+    sparseMiddle.omits = {someOmit};
+
+    BindingProperty omitValue;
+    omitValue.MutableField("always").SetSigned(0);
+    omitValue.MutableField("i").SetSigned(5);
+    omitValue.MutableField("s").SetString("kept");
+    BindingProperty emptyOmitValue;
+    emptyOmitValue.MutableField("always").SetSigned(0);
+
+    BindingProperty fullValue;
+    fullValue.MutableField("zz").SetSigned(1);
+    fullValue.MutableField("mm").SetString("m");
+    fullValue.MutableField("aa").SetSigned(2);
+    fullValue.MutableField("bb").SetString("");
+    fullValue.MutableField("omits").MutableElement(0) = emptyOmitValue;
+    fullValue.MutableField("omits").MutableElement(1) = omitValue;
+    BindingProperty middleValue;
+    middleValue.MutableField("mm").SetString("only");
+    middleValue.MutableField("omits").MutableElement(0) = omitValue;
+    BindingProperty noneValue;
+    noneValue.MutableField("omits").SetEmptyCollection();
+    BindingProperty unusualValue;
+    unusualValue.MutableField("dup").SetSigned(2);  // the later member wins
+    unusualValue.MutableField("cut").SetSigned(3);
+    unusualValue.MutableField("").SetSigned(4);
+
+    struct RecordCase {
+        const char* label;
+        std::function<Maybe<BindingProperty>()> convert;
+        BindingProperty expected;
+        std::string expectedNames;
+    };
+    const RecordCase cases[] = {
+        {"every member kept", [&] { return ConvertToProperty(R(), sparseFull); }, fullValue,
+         "aa;bb;mm;omits;zz;"},
+        {"left out around a kept one", [&] { return ConvertToProperty(R(), sparseMiddle); },
+         middleValue, "mm;omits;"},
+        {"all but one left out", [] { return ConvertToProperty(R(), Sparse{}); }, noneValue,
+         "omits;"},
+        {"left out at the end", [&] { return ConvertToProperty(R(), someOmit); }, omitValue,
+         "always;i;s;"},
+        {"unusual names", [] { return ConvertToProperty(R(), Unusual{}); }, unusualValue,
+         ";cut;dup;"},
+    };
+    for (const RecordCase& c : cases) {
+        SCOPED_TRACE(c.label);
+        Maybe<BindingProperty> value = c.convert();
+        ASSERT_TRUE(value) << value.GetFailure().message;
+        EXPECT_EQ(names(*value), c.expectedNames);
+        EXPECT_EQ(names(*value), names(c.expected));
+        EXPECT_TRUE(*value == c.expected);
+        // The value stays usable as a tree: a copy equals it, and a name
+        // looked up is found where the order puts it.
+        BindingProperty copy = *value;
+        EXPECT_TRUE(copy == *value);
+        for (BindingProperty::FieldRef field : c.expected.Fields()) {
+            EXPECT_TRUE(value->HasField(field.name)) << field.name;
+        }
+    }
+    EXPECT_TRUE(R().FindByName("TestSparse")->namesAppendInOrder);
+    EXPECT_FALSE(R().FindByName("TestUnusual")->namesAppendInOrder);
 }
 
 TEST_F(NativeConversionTest, ElementTypesRegisteredAfterTheirContainer) {

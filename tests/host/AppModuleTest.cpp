@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <functional>
 #include <future>
 #include <string>
 #include <vector>
@@ -87,6 +88,50 @@ TEST_F(AppModuleTest, YieldIsOneHostTurn) {
     host_.ClearCalls();
     EXPECT_EQ(Module().Yield(), 0u);
     EXPECT_EQ(host_.CallTexts(), (Strings{"7(Wait: yield, 0)", "6()", "8()"}));
+}
+
+// Every host call the services make goes through the module's host-entry
+// slots, so a module that overrides a slot sees each one: the entries the
+// slots saw are the entries the host received, in order.
+TEST_F(AppModuleTest, EveryHostCallOfTheServicesPassesTheSlots) {
+    ASSERT_TRUE(host_.Start());
+    struct Action {
+        const char* name;
+        std::function<void(TestModule&)> run;
+        std::vector<uint32_t> entries;
+    };
+    const Action actions[] = {
+        {"publish",
+         [](TestModule& m) {
+             m.PublishResourceValue("/qel-test/v1/thing", PluginResourceEventType::Update,
+                                    BindingProperty(int64_t{1}));
+         },
+         {2, 2}},
+        {"delete", [](TestModule& m) { m.DeleteResource("/qel-test/v1/thing"); }, {2, 2}},
+        {"subscribe", [](TestModule& m) { (void)m.Subscribe("/qel-test/v1/other"); }, {3}},
+        {"unsubscribe", [](TestModule& m) { (void)m.Unsubscribe("/qel-test/v1/other"); }, {4}},
+        {"yield", [](TestModule& m) { m.Yield(); }, {7, 6, 8}},
+        {"schedule",
+         [](TestModule& m) { m.ScheduleAt("later", AppModule::Clock::now(), [] {}); },
+         {5}},
+        {"request",
+         [](TestModule& m) { (void)m.Request(HttpMethod::Get, "/qel-test/v1/thing"); },
+         {0}},
+    };
+    for (const Action& action : actions) {
+        SCOPED_TRACE(action.name);
+        host_.ClearCalls();
+        TestModule::slotEntries.clear();
+        action.run(Module());
+        std::vector<uint32_t> received;
+        for (const TestHost::HostCall& call : host_.Calls()) {
+            if (call.entry <= 8) {
+                received.push_back(call.entry);
+            }
+        }
+        EXPECT_EQ(received, action.entries);
+        EXPECT_EQ(TestModule::slotEntries, action.entries);
+    }
 }
 
 using AppModuleDeathTest = AppModuleTest;

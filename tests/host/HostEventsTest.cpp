@@ -19,27 +19,42 @@ using Strings = std::vector<std::string>;
 // Host entries that only record what the services ask of them.
 class RecordingEntries final : public HostEntries {
 public:
-    void Request(HostResponse*, HostRequest*) override { calls.push_back("0"); }
-    void EmitEvent(HostEvent* event) override { calls.push_back(std::string("2 ") + event->name); }
-    void RegisterEvent(const char* name, HostEventCallback callback, void* context,
-                       uint32_t flags) override {
-        calls.push_back("3 " + std::string(name) + " " + std::to_string(flags));
+    RecordingEntries() { SetPluginHandle(9); }
+
+    Maybe<> Subscribe(std::string_view) override { return Maybe<>::Success(); }
+    Maybe<> Unsubscribe(std::string_view) override { return Maybe<>::Success(); }
+    void Stop() override {}
+    void CallHostRequest(HostResponse*, HostRequest*) override { calls.push_back("0"); }
+    uint32_t CallHostEntry1(uint32_t, uint32_t) override { return 0; }
+    void CallHostEmitEvent(HostEvent* event) override {
+        calls.push_back(std::string("2 ") + event->name);
+    }
+    void CallHostRegisterEvent(const char* name, uint32_t pluginHandle, HostEventCallback callback,
+                               void* context, uint32_t flags) override {
+        calls.push_back("3 " + std::string(name) + " " + std::to_string(flags) + " " +
+                        std::to_string(pluginHandle));
         callbacks.push_back(callback);
         contexts.push_back(context);
     }
-    void UnregisterEvent(const char* name) override { calls.push_back("4 " + std::string(name)); }
-    void ScheduleCall(const char* label, HostDelayedCallback callback, void* context,
-                      double delaySeconds) override {
-        calls.push_back("5 " + std::string(label) + " " + std::to_string(delaySeconds > 0.0));
+    void CallHostUnregisterEvent(const char* name, uint32_t pluginHandle) override {
+        calls.push_back("4 " + std::string(name) + " " + std::to_string(pluginHandle));
+    }
+    void CallHostScheduleCall(const char* label, HostDelayedCallback callback, void* context,
+                              double delaySeconds, uint32_t flags) override {
+        calls.push_back("5 " + std::string(label) + " " + std::to_string(delaySeconds > 0.0) + " " +
+                        std::to_string(flags));
         scheduled.push_back({callback, context});
     }
-    void ServeOnce() override { calls.push_back("6"); }
-    void BeginWait(const std::string& label) override { calls.push_back("7 " + label); }
-    uint64_t EndWait() override {
+    void CallHostServeOnce() override { calls.push_back("6"); }
+    void CallHostBeginWait(const std::string& label, uint32_t value) override {
+        calls.push_back("7 " + label + " " + std::to_string(value));
+    }
+    uint64_t CallHostEndWait() override {
         calls.push_back("8");
         return 0;
     }
-    uint32_t PluginHandle() const override { return 9; }
+    void RegisterEndpoints() override {}
+    bool OnStart() override { return true; }
 
     Strings calls;
     std::vector<HostEventCallback> callbacks;
@@ -64,8 +79,11 @@ protected:
         HostEvent event{};
         event.name = name;
         event.context = this;
+        // An arena value points at the texts of its source: both live until
+        // the delivery is over.
+        Maybe<BindingProperty> value = BindingProperty();
         if (!json.empty()) {
-            Maybe<BindingProperty> value = ReadJson(json);
+            value = ReadJson(json);
             ASSERT_TRUE(value.HasValue()) << json;
             ASSERT_TRUE(ToHostValue(*value, event.payload, &registry_, arena, 0).HasValue());
         }
@@ -87,7 +105,7 @@ TEST_F(HostEventsTest, RegisteringPicksTheDispatcherOfTheHandlersKind) {
     events_.Register("OnJsonApiEvent_a", ResourceHandler([](const Resource&) {}), 0);
     events_.Register("OnServiceProxyUuidEvent",
                      ServiceProxyHandler([](const PluginServiceProxyResponse&) {}), 1);
-    EXPECT_EQ(entries_.calls, (Strings{"3 OnJsonApiEvent_a 0", "3 OnServiceProxyUuidEvent 1"}));
+    EXPECT_EQ(entries_.calls, (Strings{"3 OnJsonApiEvent_a 0 9", "3 OnServiceProxyUuidEvent 1 9"}));
     EXPECT_EQ(entries_.callbacks,
               (std::vector<HostEventCallback>{&ResourceDispatcher, &ServiceProxyDispatcher}));
     EXPECT_EQ(entries_.contexts, (std::vector<void*>{this, this}));
@@ -95,7 +113,7 @@ TEST_F(HostEventsTest, RegisteringPicksTheDispatcherOfTheHandlersKind) {
     entries_.calls.clear();
     events_.Unregister("OnJsonApiEvent_a");
     events_.UnregisterAll();
-    EXPECT_EQ(entries_.calls, (Strings{"4 OnJsonApiEvent_a", "4 OnServiceProxyUuidEvent"}));
+    EXPECT_EQ(entries_.calls, (Strings{"4 OnJsonApiEvent_a 9", "4 OnServiceProxyUuidEvent 9"}));
     // Nothing left to reach.
     entries_.calls.clear();
     events_.UnregisterAll();
@@ -151,7 +169,7 @@ TEST(DelayedCallsTest, CallsAreNumberedAndEachRemovesOnlyItself) {
                      [&ran] { ran.push_back("first"); });
     calls.ScheduleAt("second", DelayedCalls::Clock::now() + std::chrono::hours(1),
                      [&ran] { ran.push_back("second"); });
-    EXPECT_EQ(entries.calls, (Strings{"5 first 0", "5 second 1"}));
+    EXPECT_EQ(entries.calls, (Strings{"5 first 0 0", "5 second 1 0"}));
     ASSERT_EQ(calls.Pending(), 2u);
     entries.scheduled[1].first(entries.scheduled[1].second);
     EXPECT_EQ(ran, Strings{"second"});

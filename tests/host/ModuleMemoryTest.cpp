@@ -2,8 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
 #include <cstdint>
 #include <cstring>
+#include <thread>
 #include <vector>
 
 #include "framework/host/HostValueConversion.h"
@@ -48,6 +50,98 @@ TEST(ModuleMemoryTest, AlignedBlocksAreAlignedUsableAndCountedBothWays) {
         EXPECT_EQ(after.frees - before.frees, 1u);
         EXPECT_EQ(after.freed - before.freed, allocated.allocated - before.allocated);
     }
+}
+
+// The six counters after a sequence of allocations ('+') and frees ('-'):
+// the peak moves only on a new high of live bytes, and the live allocations
+// beside it are those of that moment.
+TEST(ModuleMemoryTest, CountersFollowEverySequenceExactly) {
+    using Six = std::array<uint64_t, kMemoryCounterCount>;
+    struct Step {
+        char op;
+        size_t bytes;
+    };
+    struct Case {
+        const char* name;
+        std::vector<Step> steps;
+        Six expected;  // peak, live at peak, allocated, allocations, freed, frees
+    };
+    const Case cases[] = {
+        {"nothing", {}, {0, 0, 0, 0, 0, 0}},
+        {"one allocation", {{'+', 40}}, {40, 1, 40, 1, 0, 0}},
+        {"allocated and freed", {{'+', 40}, {'-', 40}}, {40, 1, 40, 1, 40, 1}},
+        {"a lower second high keeps the peak",
+         {{'+', 100}, {'-', 100}, {'+', 60}},
+         {100, 1, 160, 2, 100, 1}},
+        {"a higher second high moves it",
+         {{'+', 100}, {'-', 100}, {'+', 60}, {'+', 50}},
+         {110, 2, 210, 3, 100, 1}},
+        {"live count at the peak, not now",
+         {{'+', 10}, {'+', 20}, {'+', 30}, {'-', 20}, {'-', 10}, {'+', 5}},
+         {60, 3, 65, 4, 30, 2}},
+        {"an equal high does not move it",
+         {{'+', 50}, {'-', 50}, {'+', 25}, {'+', 25}},
+         {50, 1, 100, 3, 50, 1}},
+        {"blocks of no bytes count", {{'+', 0}, {'+', 0}, {'-', 0}}, {0, 0, 0, 2, 0, 1}},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        MemoryStatistics statistics;
+        for (const Step& step : c.steps) {
+            if (step.op == '+') {
+                statistics.RecordAllocation(step.bytes);
+            } else {
+                statistics.RecordFree(step.bytes);
+            }
+        }
+        EXPECT_EQ(statistics.Snapshot(), c.expected);
+        uint32_t words[14];
+        std::memset(words, 0xFF, sizeof words);
+        statistics.WriteWords(words);
+        for (size_t i = 0; i < kMemoryCounterCount; ++i) {
+            EXPECT_EQ(words[2 * i] | (uint64_t{words[2 * i + 1]} << 32), c.expected[i]) << i;
+        }
+        EXPECT_EQ(words[12], 0u);
+        EXPECT_EQ(words[13], 0u);
+    }
+}
+
+// Threads allocating and freeing at once lose no update, and the peak never
+// exceeds what was allocated nor falls below one thread's own high.
+TEST(ModuleMemoryTest, ConcurrentUpdatesLoseNothing) {
+    constexpr int kThreads = 4;
+    constexpr int kRounds = 20000;
+    MemoryStatistics statistics;
+    std::vector<std::thread> threads;
+    threads.reserve(kThreads);
+    for (int t = 0; t < kThreads; ++t) {
+        threads.emplace_back([&statistics, t] {
+            for (int i = 0; i < kRounds; ++i) {
+                const size_t size = 16 + static_cast<size_t>((i + t) % 7) * 8;
+                statistics.RecordAllocation(size);
+                statistics.RecordAllocation(8);
+                statistics.RecordFree(size);
+                statistics.RecordFree(8);
+            }
+        });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    uint64_t bytes = 0;
+    for (int t = 0; t < kThreads; ++t) {
+        for (int i = 0; i < kRounds; ++i) {
+            bytes += 16 + static_cast<uint64_t>((i + t) % 7) * 8 + 8;
+        }
+    }
+    EXPECT_EQ(statistics.Counter(kAllocationCount), uint64_t{2} * kThreads * kRounds);
+    EXPECT_EQ(statistics.Counter(kFreeCount), uint64_t{2} * kThreads * kRounds);
+    EXPECT_EQ(statistics.Counter(kBytesAllocated), bytes);
+    EXPECT_EQ(statistics.Counter(kBytesFreed), bytes);
+    EXPECT_GE(statistics.Counter(kPeakLiveBytes), uint64_t{16 + 6 * 8 + 8});
+    EXPECT_LE(statistics.Counter(kPeakLiveBytes), uint64_t{kThreads} * (16 + 6 * 8 + 8));
+    EXPECT_GE(statistics.Counter(kLiveAllocationsAtPeak), 2u);
+    EXPECT_LE(statistics.Counter(kLiveAllocationsAtPeak), uint64_t{2} * kThreads);
 }
 
 TEST(ModuleMemoryTest, AlignedBlocksRefuseWhatCannotBeServed) {
