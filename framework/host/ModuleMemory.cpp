@@ -4,7 +4,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <limits>
-#include <thread>
 
 #include <malloc.h>  // malloc_usable_size (glibc), _msize (Windows)
 
@@ -34,54 +33,31 @@ void* BaseOfAligned(const void* block) {
 
 }  // namespace
 
-// One update of the counters under the spin lock. Inside it every counter
-// has this one writer, so a relaxed load and store make each change; the
-// release of the lock publishes them together.
-class MemoryStatistics::Update {
-public:
-    explicit Update(MemoryStatistics& statistics) : statistics_(statistics) {
-        while (statistics_.updating_.test_and_set(std::memory_order_acquire)) {
-            // Wait without the locked instruction until the holder lets go.
-            while (statistics_.updating_.test(std::memory_order_relaxed)) {
-                std::this_thread::yield();
-            }
-        }
-    }
-    ~Update() { statistics_.updating_.clear(std::memory_order_release); }
-    Update(const Update&) = delete;
-    Update& operator=(const Update&) = delete;
-
-    uint64_t Get(MemoryCounter counter) const {
-        return statistics_.counters_[counter].load(std::memory_order_relaxed);
-    }
-    void Set(MemoryCounter counter, uint64_t value) {
-        statistics_.counters_[counter].store(value, std::memory_order_relaxed);
-    }
-    uint64_t Add(MemoryCounter counter, uint64_t amount) {
-        const uint64_t value = Get(counter) + amount;
-        Set(counter, value);
-        return value;
-    }
-
-private:
-    MemoryStatistics& statistics_;
-};
-
 void MemoryStatistics::RecordAllocation(size_t bytes) {
-    Update update(*this);
-    const uint64_t allocated = update.Add(kBytesAllocated, bytes);
-    const uint64_t allocations = update.Add(kAllocationCount, 1);
-    const uint64_t live = allocated - update.Get(kBytesFreed);
-    if (live > update.Get(kPeakLiveBytes)) {
-        update.Set(kPeakLiveBytes, live);
-        update.Set(kLiveAllocationsAtPeak, allocations - update.Get(kFreeCount));
+    const uint64_t allocated =
+        counters_[kBytesAllocated].fetch_add(bytes, std::memory_order_acq_rel) + bytes;
+    const uint64_t allocations =
+        counters_[kAllocationCount].fetch_add(1, std::memory_order_acq_rel) + 1;
+    const uint64_t freed = counters_[kBytesFreed].load(std::memory_order_acquire);
+    const uint64_t frees = counters_[kFreeCount].load(std::memory_order_acquire);
+    if (freed > allocated) {
+        return;  // a concurrent free overtook this allocation; not a peak
+    }
+    const uint64_t live = allocated - freed;
+    uint64_t peak = counters_[kPeakLiveBytes].load(std::memory_order_acquire);
+    while (live > peak) {
+        if (counters_[kPeakLiveBytes].compare_exchange_weak(peak, live,
+                                                            std::memory_order_acq_rel)) {
+            counters_[kLiveAllocationsAtPeak].store(allocations >= frees ? allocations - frees : 0,
+                                                    std::memory_order_release);
+            break;
+        }
     }
 }
 
 void MemoryStatistics::RecordFree(size_t bytes) {
-    Update update(*this);
-    update.Add(kBytesFreed, bytes);
-    update.Add(kFreeCount, 1);
+    counters_[kBytesFreed].fetch_add(bytes, std::memory_order_acq_rel);
+    counters_[kFreeCount].fetch_add(1, std::memory_order_acq_rel);
 }
 
 std::array<uint64_t, kMemoryCounterCount> MemoryStatistics::Snapshot() const {

@@ -18,11 +18,8 @@
 //
 // Ownership: the statistics are a constant-initialised global, usable before
 // any static constructor runs and never destroyed.
-// Threads: every hook may run on any thread. One update of the counters is
-// one atomic step: it takes a spin lock (a single locked instruction, as
-// cheap as one atomic add and half of the two each hook used to pay), reads
-// and writes the counters it changes, and lets go; readers need no lock and
-// read each counter with an atomic load.
+// Threads: every hook may run on any thread; counters are updated with atomic
+// read-modify-write operations and read with atomic loads.
 #pragma once
 
 #include <array>
@@ -57,11 +54,7 @@ public:
     void WriteWords(uint32_t* out) const;
 
 private:
-    class Update;
-
     std::atomic<uint64_t> counters_[kMemoryCounterCount]{};
-    // Held for the few instructions of one update; never across a call.
-    std::atomic_flag updating_;
 };
 
 // The counters of this module (one set per shared object, like the hooks).
