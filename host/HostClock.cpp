@@ -16,7 +16,20 @@ double HostClock::Now() const {
     return elapsed.count() * speed_;
 }
 
+HostClock HostClock::Held() {
+    HostClock clock(0.0);
+    clock.held_ = true;
+    return clock;
+}
+
+void HostClock::MoveTo(double seconds) {
+    virtualNow_ = std::max(virtualNow_, seconds);
+}
+
 void HostClock::AdvanceTo(double seconds, double maxRealSleep) {
+    if (held_) {
+        return;
+    }
     if (instant_) {
         virtualNow_ = std::max(virtualNow_, seconds);
         return;

@@ -15,6 +15,9 @@ class HostClock {
 public:
     // speed <= 0 makes the clock instant.
     explicit HostClock(double speed = 1.0);
+    // A clock that stands where MoveTo puts it and nowhere else: idle turns
+    // leave it alone (tests, whose time passes only when they say so).
+    static HostClock Held();
 
     double Now() const;
     bool Instant() const { return instant_; }
@@ -24,6 +27,8 @@ public:
     // at most `maxRealSleep` seconds of real time per call; the instant
     // clock jumps.
     void AdvanceTo(double seconds, double maxRealSleep = 0.1);
+    // Moves an instant or held clock forward to `seconds`.
+    void MoveTo(double seconds);
 
 private:
     using Steady = std::chrono::steady_clock;
@@ -31,6 +36,7 @@ private:
     double speed_;
     Steady::time_point start_;
     double virtualNow_ = 0.0;
+    bool held_ = false;
 };
 
 }  // namespace Orvan::Host

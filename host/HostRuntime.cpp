@@ -36,14 +36,6 @@ std::string Text(const char* text) {
     return text != nullptr ? text : "";
 }
 
-char* CopyText(const std::string& text) {
-    char* copy = static_cast<char*>(std::malloc(text.size() + 1));
-    if (copy != nullptr) {
-        std::memcpy(copy, text.c_str(), text.size() + 1);
-    }
-    return copy;
-}
-
 }  // namespace
 
 HostRuntime::HostRuntime(HostClock& clock) : clock_(clock) {}
@@ -402,6 +394,21 @@ bool HostRuntime::Subscribed(std::string_view name, uint32_t plugin) const {
     });
 }
 
+bool HostRuntime::HandToPlugin(uint32_t plugin, std::string_view pattern, HostEvent event) {
+    auto found =
+        std::find_if(registrations_.begin(), registrations_.end(), [&](const Registration& r) {
+            return r.plugin == plugin && r.pattern == pattern && r.callback != nullptr;
+        });
+    if (found == registrations_.end()) {
+        return false;
+    }
+    // The callback may unregister itself.
+    const HostEventCallback callback = found->callback;
+    event.context = found->context;
+    callback(&event);
+    return true;
+}
+
 void HostRuntime::Deliver(const QueuedEvent& event) {
     // Receivers may (un)register while they run: walk a copy of the ids.
     std::vector<uint64_t> ids;
@@ -580,55 +587,24 @@ RestReply HostRuntime::Route(const RestRequest& request) {
         reply.answeredBy = bestRoute->owner;
         return reply;
     }
+    if (fallback_) {
+        RouteHandler handler = fallback_;
+        return handler(request, PathParameters{});
+    }
     return RestReply::Error(
         404, "No endpoint for " + std::string(MethodName(request.method)) + " " + path);
 }
 
 RestReply HostRuntime::CallEndpoint(PluginSlot& slot, const EndpointRecord& endpoint,
                                     const RestRequest& request) {
-    std::vector<HostValueHolder> values(request.arguments.size());
-    std::vector<HostArgument> arguments(request.arguments.size());
-    for (size_t i = 0; i < request.arguments.size(); ++i) {
-        std::string error;
-        if (!JsonToHostValue(request.arguments[i].json, values[i].Get(), error)) {
-            return RestReply::Error(400,
-                                    "Argument " + std::to_string(i + 1) + " is not JSON: " + error);
-        }
-        arguments[i].name =
-            request.arguments[i].name.empty() ? nullptr : request.arguments[i].name.c_str();
-        arguments[i].value = values[i].Get();
-    }
-    std::vector<HostHeader> headers;
-    for (const auto& [name, value] : request.headers) {
-        headers.push_back(HostHeader{name.c_str(), value.c_str()});
-    }
-    HostRequest hostRequest{};
-    hostRequest.method = request.method;
-    hostRequest.uri = request.uri.c_str();
-    hostRequest.arguments = arguments.empty() ? nullptr : arguments.data();
-    hostRequest.argumentCount = static_cast<uint32_t>(arguments.size());
-    hostRequest.dispatchContext = endpoint.function.dispatchContext;
-    hostRequest.headers = headers.empty() ? nullptr : headers.data();
-    hostRequest.headerCount = static_cast<uint32_t>(headers.size());
-    hostRequest.contentType = request.contentType.empty() ? nullptr : request.contentType.c_str();
-    // A std::string keeps one NUL after its last byte, as the interface asks.
-    hostRequest.body =
-        request.hasBody ? reinterpret_cast<const uint8_t*>(request.body.c_str()) : nullptr;
-    hostRequest.bodyLength = request.hasBody ? static_cast<uint32_t>(request.body.size()) : 0;
-    hostRequest.pluginHandle = request.caller;
-    hostRequest.functionName =
-        request.functionName.empty() ? nullptr : request.functionName.c_str();
-
     const size_t index =
         static_cast<size_t>(std::find(slot.endpoints.begin(), slot.endpoints.end(), &endpoint) -
                             slot.endpoints.begin());
-    if (input_ != nullptr) {
-        input_->OnEndpointCall(slot.handle, index, request, nullptr);
-    }
-    HostResponse response{};
-    endpoint.dispatch(&response, &hostRequest);
-
-    RestReply reply = TakePluginReply(response);
+    RestReply reply = CallPluginEndpoint(endpoint, request, [&] {
+        if (input_ != nullptr) {
+            input_->OnEndpointCall(slot.handle, index, request, nullptr);
+        }
+    });
     if (input_ != nullptr) {
         input_->OnEndpointCall(slot.handle, index, request, &reply);
     }
@@ -647,34 +623,17 @@ void QEL_HOST_CALL HostRuntime::RequestEntry(HostApi* api, HostResponse* reply,
     PluginSlot& slot = SlotOf(api);
     HostRuntime& host = *slot.table.runtime;
     ++slot.counters.requests;
-    RestRequest request;
-    request.method = hostRequest->method;
-    request.uri = Text(hostRequest->uri);
-    request.caller = slot.handle;
-    request.functionName = Text(hostRequest->functionName);
-    request.contentType = Text(hostRequest->contentType);
+    size_t unreadable = 0;
+    std::string unreadableWhy;
+    RestRequest request = ReadPluginRequest(*hostRequest, slot.handle, unreadable, unreadableWhy);
     RestReply answer;
     bool readable = true;
-    for (uint32_t i = 0; hostRequest->arguments != nullptr && i < hostRequest->argumentCount; ++i) {
-        RestArgument argument;
-        argument.name = Text(hostRequest->arguments[i].name);
-        std::string error;
-        if (!HostValueToJson(hostRequest->arguments[i].value, argument.json, error)) {
-            answer = RestReply::Error(
-                400, "Argument " + std::to_string(i + 1) + " is unreadable: " + error);
-            readable = false;
-            break;
-        }
-        request.arguments.push_back(std::move(argument));
-    }
-    for (uint32_t i = 0; hostRequest->headers != nullptr && i < hostRequest->headerCount; ++i) {
-        request.headers.emplace_back(Text(hostRequest->headers[i].name),
-                                     Text(hostRequest->headers[i].value));
-    }
-    if (hostRequest->body != nullptr) {
-        request.hasBody = true;
-        request.body.assign(reinterpret_cast<const char*>(hostRequest->body),
-                            hostRequest->bodyLength);
+    if (unreadable != 0) {
+        // The request as far as it could be read.
+        request.arguments.resize(unreadable - 1);
+        answer = RestReply::Error(
+            400, "Argument " + std::to_string(unreadable) + " is unreadable: " + unreadableWhy);
+        readable = false;
     }
     if (host.input_ != nullptr) {
         host.input_->OnRequestBegins(slot.handle, request);
@@ -691,31 +650,10 @@ void QEL_HOST_CALL HostRuntime::RequestEntry(HostApi* api, HostResponse* reply,
     for (HostObserver* observer : host.observers_) {
         observer->OnPluginRequest(slot.handle, request, answer);
     }
-    *reply = HostResponse{};
-    reply->status = answer.status;
-    reply->resultFormat = answer.resultFormat;
-    if (answer.failed) {
-        reply->failed = 1;
-        reply->errorText = CopyText(answer.error.empty() ? "Error" : answer.error);
-    } else {
-        std::string error;
-        if (!JsonToHostValue(answer.body, reply->body, error)) {
-            reply->failed = 1;
-            reply->status = 502;
-            reply->errorText = CopyText("Unreadable reply body: " + error);
-        }
-    }
-    reply->release = &HostRuntime::ReleaseReply;
+    WritePluginReply(answer, *reply);
     if (host.faults_ != nullptr) {
         host.faults_->BreakStream(answer, *reply);
     }
-}
-
-void QEL_HOST_CALL HostRuntime::ReleaseReply(HostResponse* reply) {
-    std::free(const_cast<char*>(reply->errorText));
-    reply->errorText = nullptr;
-    FreeHostValue(reply->body);
-    reply->release = nullptr;
 }
 
 uint32_t QEL_HOST_CALL HostRuntime::Entry1(HostApi* api, uint32_t first, uint32_t second) {

@@ -199,6 +199,11 @@ public:
     // True when a subscriber of `plugin` (0: any) would receive `name`.
     bool Subscribed(std::string_view name, uint32_t plugin = 0) const;
     static bool NameMatches(std::string_view pattern, std::string_view name);
+    // Hands `event` as it is (any name, any payload) to the callback that
+    // `plugin` registered under exactly `pattern`, with that registration's
+    // context, at once; false when there is none. Tests reach a plugin with
+    // what no JSON text can carry this way.
+    bool HandToPlugin(uint32_t plugin, std::string_view pattern, HostEvent event);
     static std::string ResourceEventKey(std::string_view uri);
 
     // ---- Resources of the host's stand-ins ---------------------------------------
@@ -216,6 +221,9 @@ public:
                   RouteHandler handler);
     // Routes to the best matching stand-in route or plugin endpoint.
     RestReply Route(const RestRequest& request);
+    // Answers what nothing else answers, instead of 404 (tests answer a
+    // plugin's requests this way); an empty handler removes it.
+    void SetFallbackRoute(RouteHandler handler) { fallback_ = std::move(handler); }
     // The plugin's endpoint that would answer, or null.
     const EndpointRecord* FindEndpoint(uint32_t plugin, uint32_t method, std::string_view path,
                                        std::string_view functionName = {}) const;
@@ -295,7 +303,6 @@ private:
     static void QEL_HOST_CALL BeginWaitEntry(HostApi* api, const char* label, uint32_t value);
     static uint64_t QEL_HOST_CALL EndWaitEntry(HostApi* api);
     static void QEL_HOST_CALL WriteLogEntry(HostApi* api, uint32_t level, const char* text);
-    static void QEL_HOST_CALL ReleaseReply(HostResponse* reply);
 
     HostClock& clock_;
     std::vector<std::unique_ptr<PluginSlot>> plugins_;
@@ -306,6 +313,7 @@ private:
     uint64_t nextTask_ = 1;
     uint64_t turns_ = 0;
     std::vector<RouteEntry> routes_;
+    RouteHandler fallback_;
     std::map<std::string, std::pair<std::string, std::string>> resources_;  // uri -> owner, json
     std::vector<HostObserver*> observers_;
     StallHandler stallHandler_;

@@ -547,14 +547,6 @@ SessionPointer ReadSession(const std::string& path, std::string& error) {
 
 namespace {
 
-char* CopyText(const std::string& text) {
-    char* copy = static_cast<char*>(std::malloc(text.size() + 1));
-    if (copy != nullptr) {
-        std::memcpy(copy, text.c_str(), text.size() + 1);
-    }
-    return copy;
-}
-
 std::string Text(const char* text) {
     return text != nullptr ? text : "";
 }
@@ -864,51 +856,11 @@ private:
             }
         }
         RestReply reply;
-        Bracket(at, [&] { reply = Dispatch(*endpoint, request); });
+        Bracket(at, [&] { reply = CallPluginEndpoint(*endpoint, request); });
         std::string came = "{";
         AppendReplyFields(came, reply);
         came[1] = ' ';  // the fields start with a comma
         Compare(steps_[steps_[at].close], came + "}");
-    }
-
-    // As HostRuntime calls an endpoint.
-    static RestReply Dispatch(const EndpointRecord& endpoint, const RestRequest& request) {
-        std::vector<HostValueHolder> values(request.arguments.size());
-        std::vector<HostArgument> arguments(request.arguments.size());
-        for (size_t i = 0; i < request.arguments.size(); ++i) {
-            std::string error;
-            if (!JsonToHostValue(request.arguments[i].json, values[i].Get(), error)) {
-                return RestReply::Error(
-                    400, "Argument " + std::to_string(i + 1) + " is not JSON: " + error);
-            }
-            arguments[i].name =
-                request.arguments[i].name.empty() ? nullptr : request.arguments[i].name.c_str();
-            arguments[i].value = values[i].Get();
-        }
-        std::vector<HostHeader> headers;
-        for (const auto& [name, value] : request.headers) {
-            headers.push_back(HostHeader{name.c_str(), value.c_str()});
-        }
-        HostRequest hostRequest{};
-        hostRequest.method = request.method;
-        hostRequest.uri = request.uri.c_str();
-        hostRequest.arguments = arguments.empty() ? nullptr : arguments.data();
-        hostRequest.argumentCount = static_cast<uint32_t>(arguments.size());
-        hostRequest.dispatchContext = endpoint.function.dispatchContext;
-        hostRequest.headers = headers.empty() ? nullptr : headers.data();
-        hostRequest.headerCount = static_cast<uint32_t>(headers.size());
-        hostRequest.contentType =
-            request.contentType.empty() ? nullptr : request.contentType.c_str();
-        hostRequest.body =
-            request.hasBody ? reinterpret_cast<const uint8_t*>(request.body.c_str()) : nullptr;
-        hostRequest.bodyLength = request.hasBody ? static_cast<uint32_t>(request.body.size()) : 0;
-        hostRequest.pluginHandle = request.caller;
-        hostRequest.functionName =
-            request.functionName.empty() ? nullptr : request.functionName.c_str();
-        HostResponse response{};
-        endpoint.dispatch(&response, &hostRequest);
-        RestReply reply = TakePluginReply(response);
-        return reply;
     }
 
     // The plugin waits for what the recording never gives: the run cannot
@@ -920,31 +872,9 @@ private:
     static void QEL_HOST_CALL RequestEntry(HostApi* api, HostResponse* reply,
                                            HostRequest* hostRequest) {
         Replayer& self = Self(api);
-        RestRequest request;
-        request.method = hostRequest->method;
-        request.uri = Text(hostRequest->uri);
-        request.caller = 1;
-        request.functionName = Text(hostRequest->functionName);
-        request.contentType = Text(hostRequest->contentType);
-        for (uint32_t i = 0; hostRequest->arguments != nullptr && i < hostRequest->argumentCount;
-             ++i) {
-            RestArgument argument;
-            argument.name = Text(hostRequest->arguments[i].name);
-            std::string error;
-            if (!HostValueToJson(hostRequest->arguments[i].value, argument.json, error)) {
-                argument.json.clear();
-            }
-            request.arguments.push_back(std::move(argument));
-        }
-        for (uint32_t i = 0; hostRequest->headers != nullptr && i < hostRequest->headerCount; ++i) {
-            request.headers.emplace_back(Text(hostRequest->headers[i].name),
-                                         Text(hostRequest->headers[i].value));
-        }
-        if (hostRequest->body != nullptr) {
-            request.hasBody = true;
-            request.body.assign(reinterpret_cast<const char*>(hostRequest->body),
-                                hostRequest->bodyLength);
-        }
+        size_t unreadable = 0;
+        std::string unreadableWhy;
+        const RestRequest request = ReadPluginRequest(*hostRequest, 1, unreadable, unreadableWhy);
         std::string came = "{\"k\":\"request\"";
         AppendRequestFields(came, request);
         came += "}";
@@ -993,28 +923,7 @@ private:
             }
             self.index_ = step->close + 1;
         }
-        *reply = HostResponse{};
-        reply->status = answer.status;
-        reply->resultFormat = answer.resultFormat;
-        if (answer.failed) {
-            reply->failed = 1;
-            reply->errorText = CopyText(answer.error.empty() ? "Error" : answer.error);
-        } else {
-            std::string error;
-            if (!JsonToHostValue(answer.body, reply->body, error)) {
-                reply->failed = 1;
-                reply->status = 502;
-                reply->errorText = CopyText("Unreadable reply body: " + error);
-            }
-        }
-        reply->release = &Replayer::ReleaseReply;
-    }
-
-    static void QEL_HOST_CALL ReleaseReply(HostResponse* reply) {
-        std::free(const_cast<char*>(reply->errorText));
-        reply->errorText = nullptr;
-        FreeHostValue(reply->body);
-        reply->release = nullptr;
+        WritePluginReply(answer, *reply);
     }
 
     static uint32_t QEL_HOST_CALL Entry1(HostApi* api, uint32_t first, uint32_t second) {

@@ -1,6 +1,8 @@
 #include "host/RestMessage.h"
 
 #include <algorithm>
+#include <cstdlib>
+#include <cstring>
 
 #include "host/HostJson.h"
 #include "host/UrlTemplate.h"
@@ -85,7 +87,115 @@ std::string TextOrEmpty(const char* text) {
     return text != nullptr ? text : "";
 }
 
+char* CopyErrorText(const std::string& text) {
+    char* copy = static_cast<char*>(std::malloc(text.size() + 1));
+    if (copy != nullptr) {
+        std::memcpy(copy, text.c_str(), text.size() + 1);
+    }
+    return copy;
+}
+
 }  // namespace
+
+RestRequest ReadPluginRequest(const HostRequest& record, uint32_t caller, size_t& unreadable,
+                              std::string& error) {
+    unreadable = 0;
+    RestRequest request;
+    request.method = record.method;
+    request.uri = TextOrEmpty(record.uri);
+    request.caller = caller;
+    request.functionName = TextOrEmpty(record.functionName);
+    request.contentType = TextOrEmpty(record.contentType);
+    for (uint32_t i = 0; record.arguments != nullptr && i < record.argumentCount; ++i) {
+        RestArgument argument;
+        argument.name = TextOrEmpty(record.arguments[i].name);
+        std::string why;
+        if (!HostValueToJson(record.arguments[i].value, argument.json, why)) {
+            argument.json.clear();
+            if (unreadable == 0) {
+                unreadable = i + 1;
+                error = std::move(why);
+            }
+        }
+        request.arguments.push_back(std::move(argument));
+    }
+    for (uint32_t i = 0; record.headers != nullptr && i < record.headerCount; ++i) {
+        request.headers.emplace_back(TextOrEmpty(record.headers[i].name),
+                                     TextOrEmpty(record.headers[i].value));
+    }
+    if (record.body != nullptr) {
+        request.hasBody = true;
+        request.body.assign(reinterpret_cast<const char*>(record.body), record.bodyLength);
+    }
+    return request;
+}
+
+void WritePluginReply(const RestReply& answer, HostResponse& reply) {
+    reply = HostResponse{};
+    reply.status = answer.status;
+    reply.resultFormat = answer.resultFormat;
+    if (answer.failed) {
+        reply.failed = 1;
+        reply.errorText = CopyErrorText(answer.error.empty() ? "Error" : answer.error);
+    } else {
+        std::string error;
+        if (!JsonToHostValue(answer.body, reply.body, error)) {
+            reply.failed = 1;
+            reply.status = 502;
+            reply.errorText = CopyErrorText("Unreadable reply body: " + error);
+        }
+    }
+    reply.release = &ReleasePluginReply;
+}
+
+void QEL_HOST_CALL ReleasePluginReply(HostResponse* reply) {
+    std::free(const_cast<char*>(reply->errorText));
+    reply->errorText = nullptr;
+    FreeHostValue(reply->body);
+    reply->release = nullptr;
+}
+
+RestReply CallPluginEndpoint(const EndpointRecord& endpoint, const RestRequest& request,
+                             const std::function<void()>& beforeDispatch) {
+    std::vector<HostValueHolder> values(request.arguments.size());
+    std::vector<HostArgument> arguments(request.arguments.size());
+    for (size_t i = 0; i < request.arguments.size(); ++i) {
+        std::string error;
+        if (!JsonToHostValue(request.arguments[i].json, values[i].Get(), error)) {
+            return RestReply::Error(400,
+                                    "Argument " + std::to_string(i + 1) + " is not JSON: " + error);
+        }
+        arguments[i].name =
+            request.arguments[i].name.empty() ? nullptr : request.arguments[i].name.c_str();
+        arguments[i].value = values[i].Get();
+    }
+    std::vector<HostHeader> headers;
+    headers.reserve(request.headers.size());
+    for (const auto& [name, value] : request.headers) {
+        headers.push_back(HostHeader{name.c_str(), value.c_str()});
+    }
+    HostRequest record{};
+    record.method = request.method;
+    record.uri = request.uri.c_str();
+    record.arguments = arguments.empty() ? nullptr : arguments.data();
+    record.argumentCount = static_cast<uint32_t>(arguments.size());
+    record.dispatchContext = endpoint.function.dispatchContext;
+    record.headers = headers.empty() ? nullptr : headers.data();
+    record.headerCount = static_cast<uint32_t>(headers.size());
+    record.contentType = request.contentType.empty() ? nullptr : request.contentType.c_str();
+    // A std::string keeps one NUL after its last byte, as the interface asks.
+    record.body =
+        request.hasBody ? reinterpret_cast<const uint8_t*>(request.body.c_str()) : nullptr;
+    record.bodyLength = request.hasBody ? static_cast<uint32_t>(request.body.size()) : 0;
+    record.pluginHandle = request.caller;
+    record.functionName = request.functionName.empty() ? nullptr : request.functionName.c_str();
+    if (beforeDispatch) {
+        beforeDispatch();
+    }
+    HostResponse response{};
+    endpoint.dispatch(&response, &record);
+    return TakePluginReply(response);
+}
 
 RestReply TakePluginReply(HostResponse& response) {
     RestReply reply;

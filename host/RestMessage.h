@@ -6,6 +6,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -57,6 +58,25 @@ struct RestReply {
     static RestReply Error(uint16_t status, std::string text);
     bool Ok() const { return !failed && status < 400; }
 };
+
+// The plugin's request record (entry 0) as a request from `caller`. An
+// argument the host cannot read keeps empty JSON; `unreadable` is then the
+// 1-based index of the first such and `error` says why (0 when all read).
+RestRequest ReadPluginRequest(const HostRequest& record, uint32_t caller, size_t& unreadable,
+                              std::string& error);
+
+// Fills the plugin's reply record (entry 0) from `answer`: its status, format
+// and error text, or its body as a host-made value; a body that is not JSON
+// fails with 502. The plugin hands it back through ReleasePluginReply.
+void WritePluginReply(const RestReply& answer, HostResponse& reply);
+void QEL_HOST_CALL ReleasePluginReply(HostResponse* reply);
+
+// Calls a plugin's endpoint with `request` as the host does: arguments made
+// from their JSON (400 when one is not JSON), the body with its NUL after it,
+// the caller as the plugin handle. `beforeDispatch`, when set, runs once the
+// request record is built, just before the endpoint runs.
+RestReply CallPluginEndpoint(const EndpointRecord& endpoint, const RestRequest& request,
+                             const std::function<void()>& beforeDispatch = {});
 
 // A plugin endpoint's answer as a reply: its status (500 for a failure
 // without one, 200 otherwise), headers, and its body, read to the end when it

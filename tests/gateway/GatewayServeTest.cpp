@@ -18,11 +18,10 @@
 #include <thread>
 #include <vector>
 
-#include <sys/wait.h>
-
 #include <cstdio>
 
 #include "tests/gateway/client/GatewayClient.h"
+#include "tests/support/HostProgram.h"
 
 namespace Orvan::Testing {
 namespace {
@@ -261,21 +260,6 @@ private:
     int64_t picked_ = 0;
 };
 
-// `qel-host replay FILE`: its exit status and what it printed.
-int Replay(const std::string& path, std::string& output) {
-    const std::string command = std::string(QEL_HOST_PROGRAM) + " replay " + path + " 2>&1";
-    std::FILE* pipe = ::popen(command.c_str(), "r");
-    if (pipe == nullptr) {
-        return -1;
-    }
-    char buffer[4096];
-    for (size_t read; (read = std::fread(buffer, 1, sizeof buffer, pipe)) > 0;) {
-        output.append(buffer, read);
-    }
-    const int status = ::pclose(pipe);
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-}
-
 TEST(GatewayServe, PlaysAWholeDraftOverHttpWithTheEventsOnBothStreams) {
     // Recorded as it is played, and replayed clean afterwards.
     const std::string recording = std::string(QEL_TEST_SCRATCH) + "/served-draft.jsonl";
@@ -391,7 +375,7 @@ TEST(GatewayServe, PlaysAWholeDraftOverHttpWithTheEventsOnBothStreams) {
     }
     EXPECT_EQ(serve->Stop(), 0) << serve->Log();
     std::string replayed;
-    EXPECT_EQ(Replay(recording, replayed), 0) << replayed;
+    EXPECT_EQ(Testing::RunHostProgram("replay " + recording, replayed), 0) << replayed;
     EXPECT_NE(replayed.find("steps match"), std::string::npos) << replayed;
     std::remove(recording.c_str());
 }

@@ -14,12 +14,12 @@
 #include <string>
 #include <vector>
 
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include "host/Demo.h"
 #include "host/Replay.h"
 #include "host/SessionRecord.h"
+#include "tests/support/HostProgram.h"
 
 namespace Orvan::Host {
 namespace {
@@ -195,22 +195,10 @@ TEST(SessionReplay, AChangedOutputIsCaughtAtItsStepWithAFieldDiff) {
     EXPECT_FALSE(divergence.before.empty());
 }
 
+using Testing::RunHostProgram;
+
 // The command, run as a user runs it: the plugin is left waiting for what
 // the recording cannot give, so the run ends the process.
-int RunCommand(const std::string& arguments, std::string& output) {
-    const std::string command = std::string(QEL_HOST_PROGRAM) + " " + arguments + " 2>&1";
-    std::FILE* pipe = ::popen(command.c_str(), "r");
-    if (pipe == nullptr) {
-        return -1;
-    }
-    char buffer[4096];
-    for (size_t read; (read = std::fread(buffer, 1, sizeof buffer, pipe)) > 0;) {
-        output.append(buffer, read);
-    }
-    const int status = ::pclose(pipe);
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-}
-
 TEST(SessionReplay, ARequestTheRecordingCannotAnswerIsADivergenceNotAHang) {
     std::vector<std::string> lines = Lines(Recorded("kicked"));
     // The local player asks for another first position than recorded, so
@@ -224,7 +212,7 @@ TEST(SessionReplay, ARequestTheRecordingCannotAnswerIsADivergenceNotAHang) {
     WriteFile(path, Join(lines));
     for (const char* mode : {"", " --keep-going"}) {
         std::string output;
-        EXPECT_EQ(RunCommand("replay " + path.string() + mode, output), 1) << output;
+        EXPECT_EQ(RunHostProgram("replay " + path.string() + mode, output), 1) << output;
         EXPECT_NE(output.find("not in the recording: answered with a failure"), std::string::npos)
             << output;
         EXPECT_NE(output.find("JUNGLE"), std::string::npos) << output;
@@ -234,13 +222,13 @@ TEST(SessionReplay, ARequestTheRecordingCannotAnswerIsADivergenceNotAHang) {
     const fs::path clean = TempFolder() / "clean.jsonl";
     WriteFile(clean, Recorded("kicked"));
     std::string output;
-    EXPECT_EQ(RunCommand("replay " + clean.string(), output), 0) << output;
+    EXPECT_EQ(RunHostProgram("replay " + clean.string(), output), 0) << output;
     EXPECT_NE(output.find("all " + std::to_string(lines.size() - 1) + " steps match"),
               std::string::npos)
         << output;
     WriteFile(clean, Join(std::vector<std::string>(lines.begin(), lines.begin() + 20)));
     output.clear();
-    EXPECT_EQ(RunCommand("replay " + clean.string(), output), 2) << output;
+    EXPECT_EQ(RunHostProgram("replay " + clean.string(), output), 2) << output;
     EXPECT_NE(output.find("line 20: the session is cut short"), std::string::npos) << output;
 }
 

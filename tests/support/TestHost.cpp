@@ -19,7 +19,6 @@
 #include "framework/host/HostValueConversion.h"
 #include "framework/resources/ResourceEventKey.h"
 #include "host/RestMessage.h"
-#include "host/UrlTemplate.h"
 
 #ifndef QEL_PLUGIN_LIBRARY_PATH
 #error "QEL_PLUGIN_LIBRARY_PATH must name the plugin's shared object"
@@ -171,7 +170,46 @@ TestHost::Reply TestHost::Reply::Stream(std::string text, std::vector<uint32_t> 
 
 // ---- Lifecycle -------------------------------------------------------------------
 
-TestHost::TestHost() {
+class TestHost::HookPump : public Host::HostPump {
+public:
+    explicit HookPump(TestHost& host) : host_(host) {}
+
+    bool Poll() override {
+        if (host_.runtime_.Turns() > kMaxTurns) {
+            std::fprintf(stderr, "TestHost: more than %llu host turns; a wait never ends\n",
+                         static_cast<unsigned long long>(kMaxTurns));
+            std::abort();
+        }
+        const bool own = host_.serving_ == 0;
+        bool worked = false;
+        if (!(own && host_.hooksHeld_) && !host_.turnHooks_.empty()) {
+            // Hooks may add hooks; run the ones present now. A turn with
+            // hooks counts as work, so a waiting plugin keeps turning until
+            // they answer.
+            const size_t hooks = host_.turnHooks_.size();
+            for (size_t i = 0; i < hooks; ++i) {
+                std::function<void()> hook = host_.turnHooks_[i];
+                hook();
+            }
+            worked = true;
+        }
+        // Events queued while delivering wait for the next turn.
+        const size_t count = own && host_.queueHeld_ ? 0 : host_.queue_.size();
+        for (size_t i = 0; i < count && !host_.queue_.empty(); ++i) {
+            auto [name, payload] = std::move(host_.queue_.front());
+            host_.queue_.pop_front();
+            host_.Deliver(name, payload);
+            worked = true;
+        }
+        return worked;
+    }
+    void WaitFor(double /*realSeconds*/) override {}
+
+private:
+    TestHost& host_;
+};
+
+TestHost::TestHost() : pump_(std::make_unique<HookPump>(*this)) {
     table_.api.Request = &TestHost::RequestEntry;
     table_.api.Entry1 = &TestHost::Entry1;
     table_.api.EmitEvent = &TestHost::EmitEventEntry;
@@ -184,6 +222,16 @@ TestHost::TestHost() {
     table_.api.WriteLog = &TestHost::WriteLogEntry;
     table_.host = this;
     gActiveHost = this;
+    runtime_.SetPump(pump_.get());
+    runtime_.SetFallbackRoute(
+        [this](const Host::RestRequest& /*request*/, const Host::PathParameters& /*parameters*/) {
+            return answering_.empty() ? Host::RestReply::Error(404, "Not found")
+                                      : Answer(answering_.back().request);
+        });
+    runtime_.SetStallHandler([](const std::string& why) {
+        std::fprintf(stderr, "TestHost: %s\n", why.c_str());
+        std::abort();
+    });
 }
 
 TestHost::~TestHost() {
@@ -221,13 +269,26 @@ const PluginLoadRecord& TestHost::Load(uint32_t major, uint32_t minor, uint32_t 
 
 const PluginLoadRecord& TestHost::LoadWith(EntryFunction entry, uint32_t major, uint32_t minor,
                                            uint32_t patch) {
+    Host::PluginLoadOptions options;
+    options.major = major;
+    options.minor = minor;
+    options.patch = patch;
+    options.probe = false;
+    std::string error;
+    std::unique_ptr<Host::PluginLibrary> library =
+        Host::PluginLibrary::FromEntry(entry, "the test's plugin", options, error);
     record_ = PluginLoadRecord{};
     record_.major = major;
     record_.minor = minor;
     record_.patch = patch;
     destroyed_ = false;
-    started_ = false;
-    entry(&record_);
+    plugin_ = 0;
+    if (library == nullptr) {
+        return record_;
+    }
+    record_ = library->Record();
+    plugin_ = runtime_.Attach(*library);
+    libraries_.push_back(std::move(library));
     return record_;
 }
 
@@ -236,20 +297,17 @@ bool TestHost::Start(uint32_t pluginHandle) {
         return false;
     }
     HostLink link = Link(pluginHandle);
-    started_ = record_.callbacks->StartModule(record_.module, &link) != 0;
-    return started_;
+    return record_.callbacks->StartModule(record_.module, &link) != 0;
 }
 
 void TestHost::Destroy() {
-    if (record_.callbacks == nullptr || record_.module == nullptr || destroyed_) {
+    if (plugin_ == 0 || destroyed_) {
         return;
     }
-    record_.callbacks->DestroyModule(record_.module);
+    // The runtime ends the module and drops what could still reach it.
+    runtime_.Destroy(plugin_);
     destroyed_ = true;
-    // The module is gone; nothing may reach it any more.
-    delayed_.clear();
     queue_.clear();
-    registrations_.clear();
 }
 
 std::array<uint32_t, kMemoryStatisticsWords> TestHost::MemoryStatistics() const {
@@ -267,12 +325,17 @@ TestHost& TestHost::Of(HostApi* api) {
     return *reinterpret_cast<FunctionTable*>(api)->host;
 }
 
+HostApi* TestHost::Runtime() {
+    return runtime_.Api(plugin_);
+}
+
 void TestHost::Record(uint32_t entry, std::vector<std::string> arguments) {
     calls_.push_back(HostCall{entry, std::move(arguments)});
 }
 
 std::vector<std::string> TestHost::CallTexts() const {
     std::vector<std::string> texts;
+    texts.reserve(calls_.size());
     for (const HostCall& call : calls_) {
         texts.push_back(call.Text());
     }
@@ -298,15 +361,45 @@ std::vector<TestHost::LogLine> TestHost::Logs() const {
     return lines;
 }
 
-// ---- Host entries -----------------------------------------------------------------------
+// ---- Host entries: recorded, then the runtime's ------------------------------------------
 
 void QEL_HOST_CALL TestHost::RequestEntry(HostApi* api, HostResponse* reply, HostRequest* request) {
-    Of(api).Answer(reply, request);
+    TestHost& host = Of(api);
+    Request seen;
+    seen.method = request->method;
+    seen.methodName = std::string(HttpMethodName(request->method));
+    seen.uri = Text(request->uri);
+    seen.path = seen.uri.substr(0, seen.uri.find('?'));
+    seen.pluginHandle = request->pluginHandle;
+    std::string argumentsJson = "[";
+    for (uint32_t i = 0; i < request->argumentCount; ++i) {
+        const HostArgument& argument = request->arguments[i];
+        seen.argumentNames.push_back(argument.name != nullptr ? argument.name : "");
+        Maybe<BindingProperty> value = FromHostValue(argument.value, "<argument>");
+        seen.arguments.push_back(value ? *value : BindingProperty());
+        argumentsJson += (i == 0 ? "" : ",") + HostValueJson(argument.value);
+    }
+    host.Record(0, {seen.methodName, seen.uri, argumentsJson + "]"});
+    host.requests_.push_back(seen);
+
+    host.answering_.push_back(Answering{std::move(seen), std::nullopt});
+    HostApi* runtime = host.Runtime();
+    runtime->Request(runtime, reply, request);
+    const Answering answered = std::move(host.answering_.back());
+    host.answering_.pop_back();
+    if (answered.reply && answered.reply->stream) {
+        host.Stream(*answered.reply, *reply);
+    }
+    // Counted on release; the runtime's release still frees what it made.
+    reply->release = &TestHost::ReleaseReply;
+    ++host.repliesGiven_;
 }
 
 uint32_t QEL_HOST_CALL TestHost::Entry1(HostApi* api, uint32_t first, uint32_t second) {
-    Of(api).Record(1, {std::to_string(first), std::to_string(second)});
-    return 0;
+    TestHost& host = Of(api);
+    host.Record(1, {std::to_string(first), std::to_string(second)});
+    HostApi* runtime = host.Runtime();
+    return runtime->Entry1(runtime, first, second);
 }
 
 void QEL_HOST_CALL TestHost::EmitEventEntry(HostApi* api, HostEvent* event) {
@@ -322,6 +415,8 @@ void QEL_HOST_CALL TestHost::EmitEventEntry(HostApi* api, HostEvent* event) {
     }
     host.Record(2, {emitted.key, emitted.json});
     host.events_.push_back(std::move(emitted));
+    HostApi* runtime = host.Runtime();
+    runtime->EmitEvent(runtime, event);
 }
 
 void QEL_HOST_CALL TestHost::RegisterEventEntry(HostApi* api, const char* name,
@@ -329,14 +424,16 @@ void QEL_HOST_CALL TestHost::RegisterEventEntry(HostApi* api, const char* name,
                                                 void* context, uint32_t flags) {
     TestHost& host = Of(api);
     host.Record(3, {Text(name), std::to_string(pluginHandle), std::to_string(flags)});
-    host.registrations_[Text(name)] = Registration{pluginHandle, callback, context, flags};
+    HostApi* runtime = host.Runtime();
+    runtime->RegisterEvent(runtime, name, pluginHandle, callback, context, flags);
 }
 
 void QEL_HOST_CALL TestHost::UnregisterEventEntry(HostApi* api, const char* name,
                                                   uint32_t pluginHandle) {
     TestHost& host = Of(api);
     host.Record(4, {Text(name), std::to_string(pluginHandle)});
-    host.registrations_.erase(Text(name));
+    HostApi* runtime = host.Runtime();
+    runtime->UnregisterEvent(runtime, name, pluginHandle);
 }
 
 void QEL_HOST_CALL TestHost::ScheduleCallEntry(HostApi* api, const char* label,
@@ -346,22 +443,33 @@ void QEL_HOST_CALL TestHost::ScheduleCallEntry(HostApi* api, const char* label,
     char delay[64];
     std::snprintf(delay, sizeof delay, "%g", delaySeconds);
     host.Record(5, {Text(label), delay, std::to_string(flags)});
-    host.delayed_.push_back(
-        Delayed{host.nextSequence_++, host.now_ + delaySeconds, Text(label), callback, context});
+    HostApi* runtime = host.Runtime();
+    runtime->ScheduleCall(runtime, label, callback, context, delaySeconds, flags);
 }
 
 void QEL_HOST_CALL TestHost::ServeOnceEntry(HostApi* api) {
     TestHost& host = Of(api);
     host.Record(6, {});
-    host.Turn();
+    HostApi* runtime = host.Runtime();
+    ++host.serving_;
+    runtime->ServeOnce(runtime);
+    --host.serving_;
 }
 
 void QEL_HOST_CALL TestHost::BeginWaitEntry(HostApi* api, const char* label, uint32_t value) {
-    Of(api).Record(7, {Text(label), std::to_string(value)});
+    TestHost& host = Of(api);
+    host.Record(7, {Text(label), std::to_string(value)});
+    HostApi* runtime = host.Runtime();
+    runtime->BeginWait(runtime, label, value);
 }
 
 uint64_t QEL_HOST_CALL TestHost::EndWaitEntry(HostApi* api) {
-    Of(api).Record(8, {});
+    TestHost& host = Of(api);
+    host.Record(8, {});
+    HostApi* runtime = host.Runtime();
+    (void)runtime->EndWait(runtime);
+    // The runtime counts the turns a wait took; tests see the plain answer
+    // of a host that counts none.
     return 0;
 }
 
@@ -372,36 +480,18 @@ void QEL_HOST_CALL TestHost::WriteLogEntry(HostApi* api, uint32_t level, const c
         std::fprintf(stderr, "host log %u: %s\n", level, Text(text).c_str());
         std::fflush(stderr);
     }
+    HostApi* runtime = host.Runtime();
+    runtime->WriteLog(runtime, level, text);
 }
 
-// ---- Host turns, events and delayed calls ------------------------------------------------
-
-void TestHost::Turn() {
-    if (++turns_ > kMaxTurns) {
-        std::fprintf(stderr, "TestHost: more than %llu host turns; a wait never ends\n",
-                     static_cast<unsigned long long>(kMaxTurns));
-        std::abort();
-    }
-    // Hooks may add hooks; run the ones present now.
-    const size_t hooks = turnHooks_.size();
-    for (size_t i = 0; i < hooks; ++i) {
-        std::function<void()> hook = turnHooks_[i];
-        hook();
-    }
-    DeliverQueued();
-    RunDue();
-}
+// ---- Events and delayed calls ------------------------------------------------------------
 
 std::map<std::string, uint32_t> TestHost::Registrations() const {
-    std::map<std::string, uint32_t> names;
-    for (const auto& [name, registration] : registrations_) {
-        names[name] = registration.flags;
-    }
-    return names;
+    return plugin_ == 0 ? std::map<std::string, uint32_t>{} : runtime_.Registrations(plugin_);
 }
 
 void TestHost::Emit(std::string name, BindingProperty payload) {
-    queue_.push_back(Queued{std::move(name), std::move(payload)});
+    queue_.emplace_back(std::move(name), std::move(payload));
 }
 
 void TestHost::EmitResource(std::string_view uri, std::string_view eventType,
@@ -414,27 +504,14 @@ void TestHost::EmitResource(std::string_view uri, std::string_view eventType,
 }
 
 void TestHost::DeliverRaw(const char* name, const HostValue& payload) {
-    auto found = registrations_.find(Text(name));
-    if (found == registrations_.end()) {
-        return;
-    }
-    // The callback may unregister itself.
-    const Registration registration = found->second;
     HostEvent event{};
     event.name = name;
     event.payload = payload;
-    event.context = registration.context;
-    registration.callback(&event);
+    runtime_.HandToPlugin(plugin_, Text(name), event);
 }
 
 void TestHost::DeliverThrough(const std::string& registeredName, HostEvent event) {
-    auto found = registrations_.find(registeredName);
-    if (found == registrations_.end()) {
-        return;
-    }
-    const Registration registration = found->second;
-    event.context = registration.context;
-    registration.callback(&event);
+    runtime_.HandToPlugin(plugin_, registeredName, event);
 }
 
 void TestHost::Deliver(const std::string& name, const BindingProperty& payload) {
@@ -446,51 +523,22 @@ void TestHost::Deliver(const std::string& name, const BindingProperty& payload) 
     DeliverRaw(name.c_str(), value.Get());
 }
 
-size_t TestHost::DeliverQueued() {
-    // Events queued while delivering wait for the next turn.
-    size_t count = queue_.size();
-    for (size_t i = 0; i < count && !queue_.empty(); ++i) {
-        Queued event = std::move(queue_.front());
-        queue_.pop_front();
-        Deliver(event.name, event.payload);
-    }
-    return count;
-}
-
-size_t TestHost::RunDue() {
-    // Only calls scheduled before this run: one scheduling itself with no
-    // delay runs on the next turn.
-    const uint64_t limit = nextSequence_;
-    size_t ran = 0;
-    for (;;) {
-        auto next = delayed_.end();
-        for (auto it = delayed_.begin(); it != delayed_.end(); ++it) {
-            if (it->sequence < limit && it->due <= now_ &&
-                (next == delayed_.end() || it->due < next->due)) {
-                next = it;
-            }
-        }
-        if (next == delayed_.end()) {
-            return ran;
-        }
-        Delayed call = *next;
-        delayed_.erase(next);
-        call.callback(call.context);
-        ++ran;
-    }
-}
-
-size_t TestHost::Pump() {
-    size_t total = 0;
+size_t TestHost::Settle() {
+    hooksHeld_ = true;
+    size_t turns = 0;
     for (size_t round = 0; round < kMaxPumpRounds; ++round) {
-        const size_t ran = DeliverQueued() + RunDue();
-        if (ran == 0) {
-            return total;
+        if (!runtime_.Turn()) {
+            hooksHeld_ = false;
+            return turns;
         }
-        total += ran;
+        ++turns;
     }
     std::fprintf(stderr, "TestHost: Pump never settles\n");
     std::abort();
+}
+
+size_t TestHost::Pump() {
+    return Settle();
 }
 
 void TestHost::Advance(std::chrono::nanoseconds duration) {
@@ -498,23 +546,18 @@ void TestHost::Advance(std::chrono::nanoseconds duration) {
 }
 
 void TestHost::AdvanceSeconds(double seconds) {
-    const double target = now_ + seconds;
-    for (;;) {
-        auto next = delayed_.end();
-        for (auto it = delayed_.begin(); it != delayed_.end(); ++it) {
-            if (it->due <= target && (next == delayed_.end() || it->due < next->due)) {
-                next = it;
-            }
-        }
-        if (next == delayed_.end()) {
-            break;
-        }
-        now_ = std::max(now_, next->due);
-        Delayed call = *next;
-        delayed_.erase(next);
-        call.callback(call.context);
+    const double target = clock_.Now() + seconds;
+    // Due order, calls scheduled on the way included.
+    hooksHeld_ = true;
+    queueHeld_ = true;
+    for (std::optional<double> due = runtime_.NextDue(); due && *due <= target;
+         due = runtime_.NextDue()) {
+        clock_.MoveTo(*due);
+        runtime_.Turn();
     }
-    now_ = target;
+    hooksHeld_ = false;
+    queueHeld_ = false;
+    clock_.MoveTo(target);
 }
 
 // ---- REST requests of the plugin ----------------------------------------------------------
@@ -523,24 +566,7 @@ void TestHost::OnRequest(std::string method, std::string path, RequestHandler ha
     handlers_.push_back(Handler{std::move(method), std::move(path), std::move(handler)});
 }
 
-void TestHost::Answer(HostResponse* reply, HostRequest* request) {
-    Request seen;
-    seen.method = request->method;
-    seen.methodName = std::string(HttpMethodName(request->method));
-    seen.uri = Text(request->uri);
-    seen.path = seen.uri.substr(0, seen.uri.find('?'));
-    seen.pluginHandle = request->pluginHandle;
-    std::string argumentsJson = "[";
-    for (uint32_t i = 0; i < request->argumentCount; ++i) {
-        const HostArgument& argument = request->arguments[i];
-        seen.argumentNames.push_back(argument.name != nullptr ? argument.name : "");
-        Maybe<BindingProperty> value = FromHostValue(argument.value, "<argument>");
-        seen.arguments.push_back(value ? *value : BindingProperty());
-        argumentsJson += (i == 0 ? "" : ",") + HostValueJson(argument.value);
-    }
-    Record(0, {seen.methodName, seen.uri, argumentsJson + "]"});
-    requests_.push_back(seen);
-
+Host::RestReply TestHost::Answer(const Request& seen) {
     Reply answer = Reply::Error(404, "Not found");
     // The latest handler for a path wins, so a test can override a default.
     for (auto it = handlers_.rbegin(); it != handlers_.rend(); ++it) {
@@ -550,61 +576,60 @@ void TestHost::Answer(HostResponse* reply, HostRequest* request) {
             (!it->path.empty() && it->path.back() == '*' &&
              seen.path.compare(0, it->path.size() - 1, it->path, 0, it->path.size() - 1) == 0);
         if (methodMatches && pathMatches) {
-            answer = it->handler(seen);
+            RequestHandler handler = it->handler;
+            answer = handler(seen);
             break;
         }
     }
-
-    reply->status = answer.status;
+    Host::RestReply reply;
     if (!answer.error.empty()) {
-        reply->errorText = strdup(answer.error.c_str());
-        reply->failed = 1;
-    } else if (answer.stream.has_value()) {
-        auto state = std::make_shared<StreamState>();
-        streams_.push_back(state);
-        auto* stream =
-            new StreamContext{*answer.stream, 0, answer.chunks, answer.failAtRead, state};
-        reply->read = &StreamRead;
-        reply->close = &StreamClose;
-        reply->streamContext = stream;
-        reply->expectedLength = static_cast<uint32_t>(answer.stream->size());
-    } else if (!ToHostValue(answer.body, reply->body)) {
-        std::fprintf(stderr, "TestHost: reply body for %s does not convert\n", seen.uri.c_str());
-        std::abort();
+        reply = Host::RestReply::Error(answer.status, answer.error);
+    } else if (answer.stream) {
+        reply.status = answer.status;
+    } else {
+        reply = Host::RestReply::Json(Json(answer.body), answer.status);
     }
-    reply->release = &TestHost::ReleaseReply;
-    ++repliesGiven_;
+    answering_.back().reply = std::move(answer);
+    return reply;
+}
+
+void TestHost::Stream(const Reply& answer, HostResponse& reply) {
+    // The body is read through the stream instead of the value the runtime made.
+    if (reply.release != nullptr) {
+        reply.release(&reply);
+    }
+    const uint16_t status = reply.status;
+    reply = HostResponse{};
+    reply.status = status;
+    auto state = std::make_shared<StreamState>();
+    streams_.push_back(state);
+    auto* stream = new StreamContext{*answer.stream, 0, answer.chunks, answer.failAtRead, state};
+    reply.read = &StreamRead;
+    reply.close = &StreamClose;
+    reply.streamContext = stream;
+    reply.expectedLength = static_cast<uint32_t>(answer.stream->size());
 }
 
 void QEL_HOST_CALL TestHost::ReleaseReply(HostResponse* reply) {
     if (gActiveHost != nullptr) {
         ++gActiveHost->repliesReleased_;
     }
-    std::free(const_cast<char*>(reply->errorText));
-    reply->errorText = nullptr;
-    ReleaseHostValue(reply->body);
-    delete static_cast<StreamContext*>(reply->streamContext);
-    reply->streamContext = nullptr;
-    reply->read = nullptr;
-    reply->close = nullptr;
-    reply->release = nullptr;
+    if (reply->streamContext != nullptr) {
+        delete static_cast<StreamContext*>(reply->streamContext);
+        reply->streamContext = nullptr;
+        reply->read = nullptr;
+        reply->close = nullptr;
+        reply->release = nullptr;
+        return;
+    }
+    Host::ReleasePluginReply(reply);
 }
 
 // ---- Calls into the plugin's endpoints ------------------------------------------------------
 
 const EndpointRecord* TestHost::FindEndpoint(uint32_t method, std::string_view path,
                                              std::string_view functionName) const {
-    const PluginApiDescriptor* api = record_.apiDescriptor;
-    if (api == nullptr || api->endpoints == nullptr) {
-        return nullptr;
-    }
-    // The host's own choice, over the records the handshake handed out.
-    std::vector<const EndpointRecord*> endpoints;
-    endpoints.reserve(api->endpointCount);
-    for (uint32_t i = 0; i < api->endpointCount; ++i) {
-        endpoints.push_back(&api->endpoints[i]);
-    }
-    return Host::PickEndpoint(endpoints, method, path, functionName);
+    return plugin_ == 0 ? nullptr : runtime_.FindEndpoint(plugin_, method, path, functionName);
 }
 
 TestHost::CallResult TestHost::Call(std::string_view method, std::string_view uri) {

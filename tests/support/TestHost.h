@@ -1,7 +1,8 @@
 // TestHost: a plugin host for tests. It loads the real plugin shared object
-// (or any entry function linked into the test), implements the ten HostApi
-// entries over the C records of HostAbi.h, and lets a test drive the module
-// the way the host does:
+// (or any entry function linked into the test) into the stand-in host's
+// runtime (host/HostRuntime.h), which implements the ten HostApi entries;
+// the table the plugin gets records every call and hands it on to the
+// runtime's. A test drives the module the way the host does:
 //
 //   TestHost host;
 //   host.Load();                         // entry, core version 18.0.0
@@ -16,15 +17,16 @@
 //   host.Events();                       // events the plugin emitted, as JSON
 //
 // Host turns (entry 6) run the test's turn hooks, deliver the queued events
-// and run the delayed calls that are due; delayed calls run on a virtual
-// clock that only Advance moves. REST requests of the plugin (entry 0) are
-// answered from handlers registered by method and path; a request without a
-// handler gets status 404 and the error text "Not found". Replies to the
-// plugin own their texts and values until the plugin calls their release
-// function, which the host counts.
+// and run the delayed calls that are due; delayed calls run on a held clock
+// that only Advance moves. REST requests of the plugin (entry 0) that the
+// runtime routes nowhere else are answered from handlers registered by method
+// and path; a request without a handler gets status 404 and the error text
+// "Not found". Replies to the plugin own their texts and values until the
+// plugin calls their release function, which the host counts.
 //
-// Ownership: the host owns its queued events, delayed calls and recorded
-// calls. The shared object is loaded once per process and never unloaded.
+// Ownership: the host owns its runtime (queued events, delayed calls) and
+// its recorded calls. The shared object is loaded once per process and never
+// unloaded.
 // Threads: one test thread. One TestHost may be alive at a time (the reply
 // release function, which gets no context, finds it through a global).
 #pragma once
@@ -44,6 +46,9 @@
 
 #include "framework/binding/BindingProperty.h"
 #include "framework/host/HostAbi.h"
+#include "host/HostClock.h"
+#include "host/HostRuntime.h"
+#include "host/PluginLibrary.h"
 
 namespace Orvan::Testing {
 
@@ -190,8 +195,11 @@ public:
 
     // Names registered through entry 3, with their flags.
     std::map<std::string, uint32_t> Registrations() const;
-    bool IsRegistered(const std::string& name) const { return registrations_.count(name) != 0; }
-    // Queues an event; host turns and Pump deliver it.
+    bool IsRegistered(const std::string& name) const { return Registrations().count(name) != 0; }
+    // Queues an event; host turns and Pump deliver it to the registration
+    // under exactly its name, with the payload as built here. (The runtime
+    // would also hand it to every registration whose pattern matches: a
+    // test of the module's own dispatch wants the one delivery.)
     void Emit(std::string name, BindingProperty payload);
     // A resource change, queued under the URI's event key.
     void EmitResource(std::string_view uri, std::string_view eventType, BindingProperty data);
@@ -202,7 +210,7 @@ public:
     // registered under `registeredName`, with that registration's context.
     void DeliverThrough(const std::string& registeredName, HostEvent event);
     // Delivers queued events and runs due delayed calls until none is left;
-    // returns how many ran.
+    // returns how many host turns did anything.
     size_t Pump();
     // Called at every host turn (entry 6) before the queued work runs.
     void OnTurn(std::function<void()> hook) { turnHooks_.push_back(std::move(hook)); }
@@ -213,8 +221,8 @@ public:
     // in due order.
     void Advance(std::chrono::nanoseconds duration);
     void AdvanceSeconds(double seconds);
-    double NowSeconds() const { return now_; }
-    size_t PendingDelayedCalls() const { return delayed_.size(); }
+    double NowSeconds() const { return clock_.Now(); }
+    size_t PendingDelayedCalls() const { return runtime_.ScheduledCalls(); }
 
     // ---- REST requests of the plugin -----------------------------------------
 
@@ -242,35 +250,24 @@ private:
         HostApi api;
         TestHost* host;
     };
-    struct Registration {
-        uint32_t pluginHandle = 0;
-        HostEventCallback callback = nullptr;
-        void* context = nullptr;
-        uint32_t flags = 0;
-    };
-    struct Delayed {
-        uint64_t sequence = 0;
-        double due = 0.0;
-        std::string label;
-        HostDelayedCallback callback = nullptr;
-        void* context = nullptr;
-    };
-    struct Queued {
-        std::string name;
-        BindingProperty payload;
-    };
     struct Handler {
         std::string method;
         std::string path;
         RequestHandler handler;
     };
+    // Runs the turn hooks and delivers the queued events at the start of
+    // every runtime turn.
+    class HookPump;
 
     static TestHost& Of(HostApi* api);
+    // The runtime's table for the loaded plugin, where every entry goes on to.
+    HostApi* Runtime();
     void Record(uint32_t entry, std::vector<std::string> arguments);
-    size_t DeliverQueued();
-    size_t RunDue();
-    void Turn();
-    void Answer(HostResponse* reply, HostRequest* request);
+    // Runtime turns until nothing is left to deliver or run; the turn hooks
+    // stay out of it.
+    size_t Settle();
+    Host::RestReply Answer(const Request& seen);
+    void Stream(const Reply& answer, HostResponse& reply);
     static void QEL_HOST_CALL ReleaseReply(HostResponse* reply);
 
     static void QEL_HOST_CALL RequestEntry(HostApi* api, HostResponse* reply, HostRequest* request);
@@ -289,24 +286,36 @@ private:
     static uint64_t QEL_HOST_CALL EndWaitEntry(HostApi* api);
     static void QEL_HOST_CALL WriteLogEntry(HostApi* api, uint32_t level, const char* text);
 
+    Host::HostClock clock_ = Host::HostClock::Held();
+    Host::HostRuntime runtime_{clock_};
+    std::unique_ptr<HookPump> pump_;
+    std::vector<std::unique_ptr<Host::PluginLibrary>> libraries_;
+    uint32_t plugin_ = 0;  // the runtime's handle of the loaded plugin
     FunctionTable table_{};
     PluginLoadRecord record_{};
-    bool started_ = false;
     bool destroyed_ = false;
     std::vector<HostCall> calls_;
     std::vector<EmittedEvent> events_;
-    std::map<std::string, Registration> registrations_;
-    std::deque<Queued> queue_;
-    std::vector<Delayed> delayed_;
-    uint64_t nextSequence_ = 1;
-    double now_ = 0.0;
     std::vector<std::function<void()>> turnHooks_;
+    std::deque<std::pair<std::string, BindingProperty>> queue_;
+    // Pump's own turns leave the hooks out, Advance's the hooks and the
+    // queue; the turns of a plugin waiting meanwhile (entry 6) run both.
+    bool hooksHeld_ = false;
+    bool queueHeld_ = false;
+    uint32_t serving_ = 0;
     std::vector<Handler> handlers_;
+    // The requests being answered, innermost last: a handler sees the one
+    // the plugin sent as it sent it, and its answer waits here for the reply
+    // record (a streamed body is made there).
+    struct Answering {
+        Request request;
+        std::optional<Reply> reply;
+    };
+    std::vector<Answering> answering_;
     std::vector<Request> requests_;
     std::vector<std::shared_ptr<StreamState>> streams_;
     uint32_t repliesGiven_ = 0;
     uint32_t repliesReleased_ = 0;
-    uint64_t turns_ = 0;
     bool echoLogs_ = false;
 };
 
