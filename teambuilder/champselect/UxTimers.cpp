@@ -6,7 +6,7 @@
 // Timers are never cancelled. Each one remembers the phase it was set in and
 // does nothing once another phase is current; of the timers of one phase
 // only the last one outstanding shows the window, and only if the player has
-// not completed an action since (which clears showUx_).
+// not completed an action since (UxTimers keeps the count and the wish).
 #include <algorithm>
 #include <chrono>
 #include <cstdint>
@@ -16,18 +16,12 @@
 
 #include "framework/binding/BindingProperty.h"
 #include "framework/binding/MessageFormat.h"
-#include "framework/log/Log.h"
 #include "framework/rest/RestCalls.h"
 #include "teambuilder/champselect/ChampSelectResources.h"
+#include "teambuilder/common/PluginLog.h"
 #include "teambuilder/plugin/LobbyTeamBuilderPlugin.h"
 
 namespace Orvan::Client::LobbyTeamBuilder {
-
-using Framework::kAlways;
-using Framework::kGroupDbg;
-using Framework::kGroupGen;
-using Framework::kOkay;
-using Framework::Log;
 
 namespace {
 
@@ -99,18 +93,15 @@ void LobbyTeamBuilderPlugin::HandleUx(const GameDtoRecord& previous,
         Log(kAlways, kGroupDbg,
             "Timer phase changed, resetting outstanding timer count to 0, phase ends in %d ms.",
             AsLogInt(remaining));
-        outstandingUxTimers_ = 0;
+        uxTimers_.PhaseChanged();
     }
 
     const bool wanted = (phaseChanged && newPhase == kFinalizationPhase) || shown;
     if (!wanted || remaining < kMinMillisForTimer) {
         return;
     }
-    ++uxTimerSerial_;
-    std::string name = Framework::Format(kUxTimerName, uxTimerSerial_);
-    ++outstandingUxTimers_;
+    std::string name = Framework::Format(kUxTimerName, uxTimers_.TimerSet());
     const int64_t delay = remaining - kShowBeforeEndMillis;
-    showUx_ = true;
     Log(kAlways, kGroupDbg, "Creating ux timer %s to show for phase %s in %d ms", name.c_str(),
         newPhase.c_str(), AsLogInt(delay));
     const std::chrono::milliseconds wait(std::min(delay, kMaxTimerDelayMillis));
@@ -127,22 +118,18 @@ void LobbyTeamBuilderPlugin::OnUxTimerFired(const std::string& timerPhase,
     Log(kAlways, kGroupDbg,
         "Ux timer %s triggered: timer phase=%s, current phase=%s, outstanding timers: %u, "
         "should show=%s",
-        name.c_str(), timerPhase.c_str(), currentPhase.c_str(), outstandingUxTimers_,
-        showUx_ ? "true" : "false");
+        name.c_str(), timerPhase.c_str(), currentPhase.c_str(), uxTimers_.Outstanding(),
+        uxTimers_.ShowWanted() ? "true" : "false");
     if (currentPhase != timerPhase) {
         // The phase change reset the count; this timer is no longer in it.
         return;
     }
-    if (showUx_ && outstandingUxTimers_ == 1) {
+    if (uxTimers_.ShowsOnFiring()) {
         Log(kAlways, kGroupDbg, "Showing ux timer: %s", name.c_str());
         static_cast<void>(Request(Framework::HttpMethod::Post, kUxShowUri));
-        showUx_ = false;
+        uxTimers_.ShowDone();
     }
-    // A timer of a phase that was left and entered again may find the count
-    // already reset; it stays at zero rather than wrapping.
-    if (outstandingUxTimers_ > 0) {
-        --outstandingUxTimers_;
-    }
+    uxTimers_.CountOff();
 }
 
 }  // namespace Orvan::Client::LobbyTeamBuilder

@@ -10,23 +10,17 @@
 #include "framework/binding/MessageFormat.h"
 #include "framework/binding/NativeConversion.h"
 #include "framework/codec/Json.h"
-#include "framework/log/Log.h"
 #include "framework/resources/ResourceEvents.h"
 #include "framework/rest/RestCalls.h"
 #include "framework/serviceproxy/ServiceProxyClient.h"
 #include "teambuilder/champselect/ChampSelectResources.h"
+#include "teambuilder/common/PluginLog.h"
+#include "teambuilder/plugin/DropRules.h"
 #include "teambuilder/plugin/LobbyTeamBuilderPlugin.h"
 
 namespace Orvan::Client::LobbyTeamBuilder {
 
 using Framework::Failure;
-using Framework::kAlways;
-using Framework::kError;
-using Framework::kGroupDbg;
-using Framework::kGroupGen;
-using Framework::kOkay;
-using Framework::kWarn;
-using Framework::Log;
 using Framework::Maybe;
 
 namespace {
@@ -57,22 +51,9 @@ LogLine Line(uint32_t level, uint64_t groups, const char* format, ...) {
 }  // namespace
 
 void LobbyTeamBuilderPlugin::ApplyGameDtoRecord(GameDtoRecord incoming) {
-    // A lobby the player has left keeps pushing for a while; its DTOs must
-    // not bring it back.
-    bool abandoned = false;
-    if (const Api::TbLobbyPremadeStateResource* premade = incoming.PremadeState()) {
-        abandoned = abandonedLobbyIds_.count(premade->draftPremadeId) != 0;
-    }
-    const bool outOfDate =
-        storedDto_.HasDto() && incoming.HasDto() && incoming.dto->counter < storedDto_.dto->counter;
-    // Counters at or below 0 come from answers that carry no sequence; they
-    // are always taken.
-    if (incoming.Counter() > 0 && (abandoned || outOfDate)) {
-        Log(kOkay, kGroupGen, "Received out-of-date TB dto.");
-        return;
-    }
-    if (incoming.QueueId() == -1) {
-        Log(kOkay, kGroupGen, "Received invalid TB dto.");
+    if (const std::optional<LogLine> refused =
+            RefusalLine(RefusalOf(storedDto_, incoming, abandonedLobbyIds_))) {
+        Log(refused->level, refused->groups, "%s", refused->text.c_str());
         return;
     }
 
@@ -89,7 +70,7 @@ void LobbyTeamBuilderPlugin::ApplyGameDtoRecord(GameDtoRecord incoming) {
     } else if (const Api::TbLobbyPremadeStateResource* premade = incoming.PremadeState()) {
         currentDraftPremadeId_ = premade->draftPremadeId;
     }
-    actionSetsRead_.clear();
+    actionSetsRead_.Clear();
     applyingDto_ = true;
     const ChampSelectTransition transition = CheckChampSelectSession(storedDto_, incoming, effects);
     KeepChampSelectTransition(transition, storedDto_, incoming);
@@ -100,7 +81,8 @@ void LobbyTeamBuilderPlugin::ApplyGameDtoRecord(GameDtoRecord incoming) {
         for (Effect& effect : effects) {
             auto* change = std::get_if<ResourceChange>(&effect);
             if (change != nullptr && change->uri == kChampSelectSessionUri) {
-                lastPublishedSession_ = std::get<Api::ChampSelectSession>(std::move(change->value));
+                champSelect_.KeepPublished(
+                    std::get<Api::ChampSelectSession>(std::move(change->value)));
             }
         }
     }
@@ -110,16 +92,21 @@ void LobbyTeamBuilderPlugin::ApplyGameDtoRecord(GameDtoRecord incoming) {
     // Still publishes as it goes.
     UpdateDraftLists(incoming);
     applyingDto_ = false;
-    actionSetsRead_.clear();
+    actionSetsRead_.Clear();
 
+    // The stored DTO's premade state is the last known one while it has
+    // one; it is kept apart only when a DTO without one replaces it, so a
+    // lobby's pushes do not copy it each time.
+    if (storedDto_.PremadeState() != nullptr && incoming.PremadeState() == nullptr) {
+        lastKnownPremadeState_ = std::move(storedDto_.dto->premadeState);
+    }
     storedDto_ = std::move(incoming);
 
     // A fall-back reason is news once: the consumers above saw it with the
     // DTO that brought it, the next DTO is compared against a copy without it.
     if (storedDto_.dto && storedDto_.dto->premadeState) {
-        Api::TbLobbyPremadeStateResource& premade = *storedDto_.dto->premadeState;
-        premade.backwardsToPremadeTransitionReason.backwardsTransitionReason.clear();
-        lastKnownPremadeState_ = premade;
+        storedDto_.dto->premadeState->backwardsToPremadeTransitionReason.backwardsTransitionReason
+            .clear();
     }
 }
 
@@ -147,7 +134,7 @@ void LobbyTeamBuilderPlugin::AdvanceLobbySide(const GameDtoRecord& incoming, Eff
         lobbyResources_.Keep(
             Effects(effects.begin() + static_cast<ptrdiff_t>(first), effects.end()));
     }
-    lobbyResources_.CheckLobby(storedDto_, incoming, lastKnownPremadeState_, effects);
+    lobbyResources_.CheckLobby(storedDto_, incoming, LastKnownPremadeState(), effects);
     AdvanceMatchmaking(storedDto_, incoming, effects);
 }
 
@@ -166,7 +153,7 @@ void LobbyTeamBuilderPlugin::AdvanceMatchmaking(const GameDtoRecord& previous,
 }
 
 SearchContext LobbyTeamBuilderPlugin::CurrentSearchContext() const {
-    return SearchContext{&lastKnownPremadeState_, applyingReconnectDto_, localSummonerId_};
+    return SearchContext{&LastKnownPremadeState(), applyingReconnectDto_, localSummonerId_};
 }
 
 void LobbyTeamBuilderPlugin::CarryOut(const Effects& effects, const GameDtoRecord& previous,
