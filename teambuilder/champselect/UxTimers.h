@@ -9,18 +9,35 @@
 
 #include <cstdint>
 
+#include "teambuilder/common/GameDtoRecord.h"
+#include "teambuilder/common/IntakeChanges.h"
+
 namespace Orvan::Client::LobbyTeamBuilder {
+
+// What a DTO changes of the UX timers' state.
+struct UxStep {
+    bool phaseChanged = false;
+    bool timerSet = false;
+
+    bool operator==(const UxStep&) const = default;
+};
 
 class UxTimers {
 public:
-    // Another subphase is current: the timers set so far no longer count.
-    void PhaseChanged() { outstanding_ = 0; }
-    // A timer is set to show the window; returns its serial.
-    uint32_t TimerSet() {
-        ++outstanding_;
-        showWanted_ = true;
-        return ++serial_;
+    // Keeps what CheckUx found: another subphase is current (the timers set
+    // so far no longer count), a timer is set to show the window.
+    void Keep(const UxStep& step) {
+        if (step.phaseChanged) {
+            outstanding_ = 0;
+        }
+        if (step.timerSet) {
+            ++outstanding_;
+            showWanted_ = true;
+            ++serial_;
+        }
     }
+    // The serial that names the next timer.
+    uint32_t NextSerial() const { return serial_ + 1; }
     // Whether a timer of the current phase that fires now shows the window:
     // the last one outstanding, with the window still wanted.
     bool ShowsOnFiring() const { return showWanted_ && outstanding_ == 1; }
@@ -49,5 +66,12 @@ private:
     uint32_t outstanding_ = 0;
     bool showWanted_ = false;
 };
+
+// The UX effects of a session created or changed from previous to incoming:
+// the show request when the local player's set became current, the lines
+// and the timer of a phase that ends late enough. Changes nothing; the step
+// is kept once the effects are carried out.
+UxStep CheckUx(const GameDtoRecord& previous, const GameDtoRecord& incoming, const UxTimers& timers,
+               Effects& out);
 
 }  // namespace Orvan::Client::LobbyTeamBuilder

@@ -1,7 +1,6 @@
 // The game-DTO intake: the one gate every team-builder DTO passes, and the
 // utilities that turn service answers into applied DTOs or failures.
-#include <cstdarg>
-#include <cstdio>
+#include <chrono>
 #include <optional>
 #include <string>
 #include <utility>
@@ -28,24 +27,6 @@ namespace {
 std::string PremadeIdOf(const GameDtoRecord& record) {
     const Api::TbLobbyPremadeStateResource* premade = record.PremadeState();
     return premade != nullptr ? premade->draftPremadeId : std::string();
-}
-
-LogLine Line(uint32_t level, uint64_t groups, const char* format, ...) QEL_PRINTF_FORMAT(3, 4);
-LogLine Line(uint32_t level, uint64_t groups, const char* format, ...) {
-    LogLine line{level, groups, {}};
-    va_list arguments;
-    va_start(arguments, format);
-    va_list again;
-    va_copy(again, arguments);
-    const int length = std::vsnprintf(nullptr, 0, format, arguments);
-    va_end(arguments);
-    if (length > 0) {
-        line.text.resize(static_cast<size_t>(length) + 1);
-        std::vsnprintf(line.text.data(), line.text.size(), format, again);
-        line.text.resize(static_cast<size_t>(length));
-    }
-    va_end(again);
-    return line;
 }
 
 }  // namespace
@@ -118,7 +99,7 @@ void LobbyTeamBuilderPlugin::AdvanceLobbySide(const GameDtoRecord& incoming, Eff
     if ((!storedDto_.HasDto() ||
          (storedPhase != kPhaseMatchmaking && storedPhase != kPhaseAfkCheck)) &&
         incoming.HasDto() && incoming.dto->phaseName == kPhaseAfkCheck) {
-        effects.emplace_back(Line(
+        effects.emplace_back(FormattedLine(
             kWarn, kGroupDbg,
             "Missed MATCHMAKING phase, but found AFK_CHECK.  Artificially creating MATCHMAKING "
             "event\n    previous phase  : %s\n    previous premade: %s\n    current phase   : "
@@ -182,6 +163,17 @@ void LobbyTeamBuilderPlugin::CarryOut(const Effects& effects, const GameDtoRecor
         }
         if (std::holds_alternative<SessionChangedHook>(effect)) {
             OnChampSelectSessionChanged(previous, incoming);
+            continue;
+        }
+        if (std::holds_alternative<UxShowRequest>(effect)) {
+            static_cast<void>(Request(Framework::HttpMethod::Post, kUxShowUri));
+            continue;
+        }
+        if (const auto* timer = std::get_if<UxShowTimer>(&effect)) {
+            ScheduleAt(timer->name, Clock::now() + std::chrono::milliseconds(timer->delayMillis),
+                       [this, timerPhase = timer->phase, timerName = timer->name] {
+                           OnUxTimerFired(timerPhase, timerName);
+                       });
             continue;
         }
         const ResourceChange& change = std::get<ResourceChange>(effect);

@@ -26,8 +26,9 @@
 //                component of its own (ChampSelectState.h with the
 //                ceremonies, DraftLists.h, TeamBoost.h, UxTimers.h)
 //
-// Ownership: owns the components by value for the life of the module. Threads: the host's thread (see AppModule); waits inside service
-// calls give the host turns, so handlers re-read state after a call.
+// Ownership: owns the components by value for the life of the module. Threads: the host's thread
+// (see AppModule); waits inside service calls give the host turns, so handlers re-read state after
+// a call.
 #pragma once
 
 #include <cstdint>
