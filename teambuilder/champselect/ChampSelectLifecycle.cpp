@@ -18,7 +18,6 @@
 
 namespace Orvan::Client::LobbyTeamBuilder {
 
-using Framework::PluginResourceEventType;
 
 namespace {
 
@@ -109,18 +108,29 @@ void LobbyTeamBuilderPlugin::OnChampSelectSessionChanged(const GameDtoRecord& pr
                                                          const GameDtoRecord& incoming) {
     RefreshTeamBoost(previous, incoming);
 
-    const Api::ChampionSelectStateV1* state = ChampSelectStateOf(incoming);
-    const bool allowOptingOut = state != nullptr && state->allowOptingOutOfBanning;
-    if (draftLists_.SetAllowsOptingOutOfBanning(allowOptingOut)) {
-        // The choice of banning nobody comes and goes with the permission.
-        Framework::Maybe<Api::ChampSelectBannableChampions> bannable =
-            ComputeBannableChampions(state != nullptr ? state->actionSetList : kNoActionSets);
-        if (bannable) {
-            PublishResource(kBannableChampionsUri, *bannable, PluginResourceEventType::Update);
-        }
+    Effects optOut;
+    if (const std::optional<bool> allowed = CheckBannableOptOut(incoming, optOut)) {
+        draftLists_.KeepAllowsOptingOutOfBanning(*allowed);
+        CarryOut(optOut);
     }
 
     HandleUx(previous, incoming);
+}
+
+std::optional<bool> LobbyTeamBuilderPlugin::CheckBannableOptOut(const GameDtoRecord& incoming,
+                                                                Effects& out) const {
+    const Api::ChampionSelectStateV1* state = ChampSelectStateOf(incoming);
+    const bool allowOptingOut = state != nullptr && state->allowOptingOutOfBanning;
+    if (allowOptingOut == draftLists_.AllowsOptingOutOfBanning()) {
+        return std::nullopt;
+    }
+    // The choice of banning nobody comes and goes with the permission.
+    Framework::Maybe<Api::ChampSelectBannableChampions> bannable = ComputeBannableChampions(
+        state != nullptr ? state->actionSetList : kNoActionSets, allowOptingOut);
+    if (bannable) {
+        out.emplace_back(Updated(kBannableChampionsUri, std::move(bannable).Value()));
+    }
+    return allowOptingOut;
 }
 
 }  // namespace Orvan::Client::LobbyTeamBuilder

@@ -194,6 +194,11 @@ Maybe<Api::ChampSelectPickableSkins> LobbyTeamBuilderPlugin::ComputePickableSkin
 
 Maybe<Api::ChampSelectBannableChampions> LobbyTeamBuilderPlugin::ComputeBannableChampions(
     const std::vector<Framework::BindingProperty>& actionSetList) const {
+    return ComputeBannableChampions(actionSetList, draftLists_.AllowsOptingOutOfBanning());
+}
+
+Maybe<Api::ChampSelectBannableChampions> LobbyTeamBuilderPlugin::ComputeBannableChampions(
+    const std::vector<Framework::BindingProperty>& actionSetList, bool allowOptingOut) const {
     const std::optional<Api::TbdInventory>& draftInventory = draftLists_.Inventory();
     if (!draftInventory) {
         return Failure(kNoBannableChampions, 404);
@@ -217,7 +222,7 @@ Maybe<Api::ChampSelectBannableChampions> LobbyTeamBuilderPlugin::ComputeBannable
         }
     }
     // -1 is the choice of banning nobody.
-    if (draftLists_.AllowsOptingOutOfBanning()) {
+    if (allowOptingOut) {
         bannable.championIds.push_back(-1);
     }
     return bannable;

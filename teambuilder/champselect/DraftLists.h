@@ -33,12 +33,7 @@ public:
     Converted& ConvertedLists() { return converted_; }
 
     bool AllowsOptingOutOfBanning() const { return allowOptingOutOfBanning_; }
-    // True when the permission changed.
-    bool SetAllowsOptingOutOfBanning(bool allowed) {
-        const bool changed = allowed != allowOptingOutOfBanning_;
-        allowOptingOutOfBanning_ = allowed;
-        return changed;
-    }
+    void KeepAllowsOptingOutOfBanning(bool allowed) { allowOptingOutOfBanning_ = allowed; }
 
 private:
     std::optional<Api::TbdInventory> inventory_;

@@ -23,8 +23,9 @@ namespace Orvan::Client::LobbyTeamBuilder {
 using ResourceEventType = Framework::PluginResourceEventType;
 
 // What a published resource carries; nothing for a Delete.
-using ResourceValue = std::variant<std::monostate, bool, Api::Lobby, Api::LobbyCountdownTimer,
-                                   Api::MatchmakingSearch, Api::ChampSelectSession, Api::TeamBoost>;
+using ResourceValue =
+    std::variant<std::monostate, bool, Api::Lobby, Api::LobbyCountdownTimer, Api::MatchmakingSearch,
+                 Api::ChampSelectSession, Api::TeamBoost, Api::ChampSelectBannableChampions>;
 
 // A Create, Update or Delete event of one of the plugin's resources.
 struct ResourceChange {

@@ -210,8 +210,15 @@ public:
     Framework::Maybe<Api::ChampSelectPickableChampions> ComputePickableChampions() const;
     Framework::Maybe<Api::ChampSelectDisabledChampions> ComputeDisabledChampions() const;
     Framework::Maybe<Api::ChampSelectPickableSkins> ComputePickableSkins() const;
+    // With the permission to ban nobody kept, or with the one given.
     Framework::Maybe<Api::ChampSelectBannableChampions> ComputeBannableChampions(
         const std::vector<Framework::BindingProperty>& actionSetList) const;
+    Framework::Maybe<Api::ChampSelectBannableChampions> ComputeBannableChampions(
+        const std::vector<Framework::BindingProperty>& actionSetList, bool allowOptingOut) const;
+    // The bannable list's update when the incoming record changes the
+    // permission to ban nobody, and the new permission; nothing when it
+    // stays. Changes nothing.
+    std::optional<bool> CheckBannableOptOut(const GameDtoRecord& incoming, Effects& out) const;
 
     // ---- Champion select: actions, trades, team boost, UX timers
     // (champselect/ChampSelectActions.cpp, ChampSelectTrades.cpp, TeamBoost.cpp,
