@@ -16,11 +16,11 @@
 #include "framework/binding/MessageFormat.h"
 #include "framework/binding/NativeConversion.h"
 #include "framework/binding/StaticType.h"
-#include "framework/log/Log.h"
 #include "framework/resources/ResourceEvents.h"
 #include "framework/serviceproxy/ServiceProxyClient.h"
 #include "teambuilder/champselect/ChampSelectResources.h"
 #include "teambuilder/champselect/RawActionFields.h"
+#include "teambuilder/common/PluginLog.h"
 #include "teambuilder/plugin/LobbyTeamBuilderPlugin.h"
 
 namespace Orvan::Client::LobbyTeamBuilder {
@@ -28,10 +28,6 @@ namespace Orvan::Client::LobbyTeamBuilder {
 using Framework::BindingProperty;
 using Framework::Failure;
 using Framework::Format;
-using Framework::kAlways;
-using Framework::kGroupDbg;
-using Framework::kWarn;
-using Framework::Log;
 using Framework::Maybe;
 
 namespace {
@@ -95,7 +91,7 @@ Maybe<> LobbyTeamBuilderPlugin::CallForDto(std::string_view method,
 }
 
 void LobbyTeamBuilderPlugin::AdoptLocalWardSkin(int64_t wardSkinId) {
-    localWardSkinId_ = wardSkinId;
+    champSelect_.SetLocalWardSkinId(wardSkinId);
     // The ward skin is not part of any DTO, so no DTO would bring it to the
     // session; it is shown at once. Outside a session there is nothing to
     // show, and the next session starts with it.
@@ -142,8 +138,8 @@ Maybe<> LobbyTeamBuilderPlugin::UpdateAction(int32_t id, const Api::ChampSelectA
     payload.MutableField("championId").SetSigned(championId);
     payload.MutableField("completed").SetBool(completed);
 
-    if (completed && showUx_) {
-        showUx_ = false;
+    if (completed && uxTimers_.ShowWanted()) {
+        uxTimers_.ShowDone();
         Log(kAlways, kGroupDbg, "Action completed, setting show ux to false.");
     }
 

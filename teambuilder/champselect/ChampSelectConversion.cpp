@@ -15,18 +15,15 @@
 #include "framework/binding/NativeConversion.h"
 #include "framework/binding/StaticType.h"
 #include "framework/codec/Json.h"
-#include "framework/log/Log.h"
 #include "framework/resources/ResourceEvents.h"
 #include "teambuilder/champselect/ChampSelectResources.h"
 #include "teambuilder/champselect/DecimalPrefix.h"
+#include "teambuilder/common/PluginLog.h"
 #include "teambuilder/plugin/LobbyTeamBuilderPlugin.h"
 
 namespace Orvan::Client::LobbyTeamBuilder {
 
 using Framework::BindingProperty;
-using Framework::kGroupDbg;
-using Framework::kWarn;
-using Framework::Log;
 using Framework::PluginResourceEventType;
 
 namespace {
@@ -102,15 +99,13 @@ constexpr TradeStateName kTradeStateNames[] = {
 
 std::vector<Api::ActionV1> LobbyTeamBuilderPlugin::ReadActionSet(const BindingProperty& set) const {
     if (applyingDto_) {
-        for (const auto& [read, actions] : actionSetsRead_) {
-            if (read == &set) {
-                return actions;
-            }
+        if (const std::vector<Api::ActionV1>* read = actionSetsRead_.Find(&set)) {
+            return *read;
         }
     }
     std::vector<Api::ActionV1> actions = ReadActionSetOnce(set);
     if (applyingDto_) {
-        actionSetsRead_.emplace_back(&set, actions);
+        actionSetsRead_.Add(&set, actions);
     }
     return actions;
 }
@@ -186,10 +181,10 @@ std::vector<std::vector<Api::ActionV1>> LobbyTeamBuilderPlugin::ExpandActionSets
             // Each ceremony is an action set of its own, with an id from the
             // session's synthetic range.
             Api::ActionV1 action;
-            action.actionId = WrapToInt32(int64_t{ceremonyActionIdBase_} + inserted);
+            action.actionId = WrapToInt32(int64_t{ceremonies_.IdBase()} + inserted);
             action.type = std::move(ceremony.name);
             action.duration = ceremony.duration;
-            action.completed = completedCeremonyActionIds_.count(action.actionId) != 0;
+            action.completed = ceremonies_.IsCompleted(action.actionId);
             sets.emplace_back().push_back(std::move(action));
             ++inserted;
         }
@@ -216,17 +211,14 @@ std::optional<CeremonyTimer> LobbyTeamBuilderPlugin::DueCeremonyTimer(
         return std::nullopt;
     }
     const Api::ActionV1& action = set.front();
-    // Synthetic ids start at the base, so a pending id at or above it is a
-    // ceremony timer of this session that has not fired yet.
-    if (action.duration == 0 || pendingCeremonyActionId_ >= ceremonyActionIdBase_ ||
-        action.completed) {
+    if (action.duration == 0 || ceremonies_.TimerRunning() || action.completed) {
         return std::nullopt;
     }
     return CeremonyTimer{action.actionId, action.type, action.duration};
 }
 
 void LobbyTeamBuilderPlugin::StartCeremonyTimer(const CeremonyTimer& timer) {
-    pendingCeremonyActionId_ = timer.actionId;
+    ceremonies_.TimerStarted(timer.actionId);
     const int32_t actionId = timer.actionId;
     const std::chrono::milliseconds delay(
         std::clamp<int64_t>(timer.durationMillis, 0, kMaxCeremonyMillis));
@@ -244,8 +236,7 @@ std::optional<Api::ChampSelectSession> LobbyTeamBuilderPlugin::ReadChampSelectSe
 }
 
 void LobbyTeamBuilderPlugin::OnCeremonyTimerFired(int32_t actionId) {
-    completedCeremonyActionIds_.insert(actionId);
-    pendingCeremonyActionId_ = -1;
+    ceremonies_.TimerFired(actionId);
     // Shown at once; the update path keeps comparing with what it published
     // itself, so the next DTO publishes again.
     if (std::optional<Api::ChampSelectSession> session = ReadChampSelectSession(storedDto_)) {
@@ -305,11 +296,11 @@ ChampSelectView LobbyTeamBuilderPlugin::BuildChampSelectSession(const GameDtoRec
 
     session.teamId = state->teamId;
     session.chatDetails.chatRoomName.reserve(state->teamChatRoomId.size() + 1 +
-                                             champSelectDomainName_.size() +
+                                             champSelect_.DomainName().size() +
                                              kChatDomainSuffix.size());
     session.chatDetails.chatRoomName.append(state->teamChatRoomId)
         .append("@")
-        .append(champSelectDomainName_)
+        .append(champSelect_.DomainName())
         .append(kChatDomainSuffix);
     session.localPlayerCellId = state->localPlayerCellId;
 
@@ -317,8 +308,9 @@ ChampSelectView LobbyTeamBuilderPlugin::BuildChampSelectSession(const GameDtoRec
                            std::vector<Api::ChampSelectPlayerSelection>& team) {
         team.reserve(cells.size());
         for (const Api::CellV1& cell : cells) {
-            team.push_back(
-                ConvertCell(cell, cell.cellId == state->localPlayerCellId ? localWardSkinId_ : -1));
+            team.push_back(ConvertCell(cell, cell.cellId == state->localPlayerCellId
+                                                 ? champSelect_.LocalWardSkinId()
+                                                 : -1));
         }
     };
     convertTeam(state->cells.alliedTeam, session.myTeam);
@@ -361,7 +353,8 @@ std::optional<Api::ChampSelectPlayerSelection> LobbyTeamBuilderPlugin::FindPlaye
     if (cell == nullptr) {
         return std::nullopt;
     }
-    return ConvertCell(*cell, cellId == state.localPlayerCellId ? localWardSkinId_ : -1);
+    return ConvertCell(*cell,
+                       cellId == state.localPlayerCellId ? champSelect_.LocalWardSkinId() : -1);
 }
 
 std::vector<Api::ChampSelectTradeContract> LobbyTeamBuilderPlugin::ConvertTrades(

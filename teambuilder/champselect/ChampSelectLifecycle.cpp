@@ -10,24 +10,16 @@
 #include <string>
 #include <vector>
 
-#include "framework/log/Log.h"
 #include "framework/resources/ResourceEvents.h"
 #include "framework/rest/RestCalls.h"
 #include "teambuilder/champselect/ChampSelectResources.h"
+#include "teambuilder/common/PluginLog.h"
 #include "teambuilder/plugin/LobbyTeamBuilderPlugin.h"
 
 namespace Orvan::Client::LobbyTeamBuilder {
 
-using Framework::kAlways;
-using Framework::kGroupDbg;
-using Framework::Log;
-using Framework::PluginResourceEventType;
 
 namespace {
-
-// Team ids of the last sessions; a DTO of one of them arriving outside a
-// session is a late copy of a draft that is over.
-constexpr size_t kRecentTeamIdCount = 5;
 
 const std::vector<Framework::BindingProperty> kNoActionSets;
 
@@ -40,8 +32,7 @@ ChampSelectTransition LobbyTeamBuilderPlugin::CheckChampSelectSession(const Game
     const bool isInChampSelect = IsInChampSelect(incoming);
     if (isInChampSelect && !wasInChampSelect) {
         const std::string& teamId = incoming.dto->championSelectState->teamId;
-        if (std::find(recentChampSelectTeamIds_.begin(), recentChampSelectTeamIds_.end(), teamId) !=
-            recentChampSelectTeamIds_.end()) {
+        if (champSelect_.IsRecentTeam(teamId)) {
             out.emplace_back(LogLine{kAlways, kGroupDbg,
                                      "Received out-of-date TB champ select dto while in "
                                      "matchmaking."});
@@ -72,7 +63,7 @@ ChampSelectTransition LobbyTeamBuilderPlugin::CheckChampSelectSession(const Game
         }
         // The timer carries the time of receipt, so only a DTO received twice
         // within the same millisecond compares equal.
-        if (view.session == lastPublishedSession_) {
+        if (view.session == champSelect_.LastPublished()) {
             return ChampSelectTransition::None;
         }
         out.emplace_back(Updated(kChampSelectSessionUri, std::move(*view.session)));
@@ -93,29 +84,23 @@ void LobbyTeamBuilderPlugin::KeepChampSelectTransition(ChampSelectTransition tra
                                                        const GameDtoRecord& previous,
                                                        const GameDtoRecord& incoming) {
     if (transition == ChampSelectTransition::Enter) {
-        teamBoost_ = InitialTeamBoost(incoming);
-        if (recentChampSelectTeamIds_.size() >= kRecentTeamIdCount) {
-            recentChampSelectTeamIds_.pop_front();
-        }
-        recentChampSelectTeamIds_.push_back(incoming.dto->championSelectState->teamId);
+        teamBoost_.Keep(InitialTeamBoost(incoming));
+        champSelect_.SessionEntered(incoming.dto->championSelectState->teamId);
         return;
     }
     if (transition != ChampSelectTransition::Leave) {
         return;
     }
-    outstandingUxTimers_ = 0;
-    showUx_ = false;
+    uxTimers_.SessionEnded();
 
     // Ceremony ids of the next session start past every id this one could
-    // have given, so a late timer of this session never marks one of them.
-    pendingCeremonyActionId_ = -1;
-    completedCeremonyActionIds_.clear();
+    // have given.
     int64_t ceremonyCount = 0;
     for (const auto& [index, ceremonies] :
          previous.dto->championSelectState->ceremoniesByActionSetIndex) {
         ceremonyCount += static_cast<int64_t>(ceremonies.Elements().size());
     }
-    ceremonyActionIdBase_ = static_cast<int32_t>(int64_t{ceremonyActionIdBase_} + ceremonyCount);
+    ceremonies_.SessionEnded(ceremonyCount);
     DestroyTeamBoost();
 }
 
@@ -123,19 +108,29 @@ void LobbyTeamBuilderPlugin::OnChampSelectSessionChanged(const GameDtoRecord& pr
                                                          const GameDtoRecord& incoming) {
     RefreshTeamBoost(previous, incoming);
 
-    const Api::ChampionSelectStateV1* state = ChampSelectStateOf(incoming);
-    const bool allowOptingOut = state != nullptr && state->allowOptingOutOfBanning;
-    if (allowOptingOut != lastAllowOptingOutOfBanning_) {
-        // The choice of banning nobody comes and goes with the permission.
-        lastAllowOptingOutOfBanning_ = allowOptingOut;
-        Framework::Maybe<Api::ChampSelectBannableChampions> bannable =
-            ComputeBannableChampions(state != nullptr ? state->actionSetList : kNoActionSets);
-        if (bannable) {
-            PublishResource(kBannableChampionsUri, *bannable, PluginResourceEventType::Update);
-        }
+    Effects optOut;
+    if (const std::optional<bool> allowed = CheckBannableOptOut(incoming, optOut)) {
+        draftLists_.KeepAllowsOptingOutOfBanning(*allowed);
+        CarryOut(optOut);
     }
 
     HandleUx(previous, incoming);
+}
+
+std::optional<bool> LobbyTeamBuilderPlugin::CheckBannableOptOut(const GameDtoRecord& incoming,
+                                                                Effects& out) const {
+    const Api::ChampionSelectStateV1* state = ChampSelectStateOf(incoming);
+    const bool allowOptingOut = state != nullptr && state->allowOptingOutOfBanning;
+    if (allowOptingOut == draftLists_.AllowsOptingOutOfBanning()) {
+        return std::nullopt;
+    }
+    // The choice of banning nobody comes and goes with the permission.
+    Framework::Maybe<Api::ChampSelectBannableChampions> bannable = ComputeBannableChampions(
+        state != nullptr ? state->actionSetList : kNoActionSets, allowOptingOut);
+    if (bannable) {
+        out.emplace_back(Updated(kBannableChampionsUri, std::move(bannable).Value()));
+    }
+    return allowOptingOut;
 }
 
 }  // namespace Orvan::Client::LobbyTeamBuilder

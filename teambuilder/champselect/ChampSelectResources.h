@@ -28,6 +28,9 @@ inline constexpr std::string_view kDisabledChampionsUri =
 inline constexpr std::string_view kPickableSkinsUri =
     "/qel-lobby-team-builder/champ-select/v1/pickable-skins";
 
+// Asks the host application to show its window.
+inline constexpr std::string_view kUxShowUri = "/orvanclient/ux-show";
+
 // Sent to the game flow's event endpoint when a draft begins.
 inline constexpr std::string_view kEnteredChampSelectEvent = "GAMEFLOW_EVENT.ENTERED_CHAMP_SELECT";
 

@@ -109,25 +109,25 @@ void FollowInventory(LobbyTeamBuilderPlugin& plugin, std::string_view uri, bool 
 }  // namespace
 
 void LobbyTeamBuilderPlugin::UpdateDraftLists(const GameDtoRecord& incoming) {
-    const bool had = draftInventory_.has_value();
+    const bool had = draftLists_.Inventory().has_value();
     const std::string_view phase = incoming.Phase();
     // Back in the lobby or searching again: the next ready check brings a
     // new inventory. Anything else keeps the inventory unless it brings one.
     if (!incoming.HasDto() || phase == kPhaseDraftPremade || phase == kPhaseMatchmaking) {
-        draftInventory_.reset();
-        inventoryListValues_ = {};
+        draftLists_.SetInventory(std::nullopt);
     } else if (incoming.dto->afkCheckState && !incoming.dto->afkCheckState->inventoryDraft
                                                    .lastSelectedSkinIdByChampionId.empty()) {
         // The service repeats the inventory with every DTO of the ready check.
         const Api::TbdInventory& inventory = incoming.dto->afkCheckState->inventoryDraft;
-        if (!draftInventory_ || !SameInventory(*draftInventory_, inventory)) {
-            draftInventory_ = inventory;
-            inventoryListValues_ = {};
+        const std::optional<Api::TbdInventory>& kept = draftLists_.Inventory();
+        if (!kept || !SameInventory(*kept, inventory)) {
+            draftLists_.SetInventory(inventory);
         }
     }
-    const bool has = draftInventory_.has_value();
+    const bool has = draftLists_.Inventory().has_value();
+    DraftLists::Converted& converted = draftLists_.ConvertedLists();
 
-    FollowInventory(*this, kPickableChampionsUri, had, has, inventoryListValues_.pickableChampions,
+    FollowInventory(*this, kPickableChampionsUri, had, has, converted.pickableChampions,
                     [this] { return ComputePickableChampions(); });
 
     // The bannable list needs a draft as well as an inventory.
@@ -146,20 +146,21 @@ void LobbyTeamBuilderPlugin::UpdateDraftLists(const GameDtoRecord& incoming) {
         DeleteResource(kBannableChampionsUri);
     }
 
-    FollowInventory(*this, kDisabledChampionsUri, had, has, inventoryListValues_.disabledChampions,
+    FollowInventory(*this, kDisabledChampionsUri, had, has, converted.disabledChampions,
                     [this] { return ComputeDisabledChampions(); });
-    FollowInventory(*this, kPickableSkinsUri, had, has, inventoryListValues_.pickableSkins,
+    FollowInventory(*this, kPickableSkinsUri, had, has, converted.pickableSkins,
                     [this] { return ComputePickableSkins(); });
 }
 
 Maybe<Api::ChampSelectPickableChampions> LobbyTeamBuilderPlugin::ComputePickableChampions() const {
-    if (!draftInventory_) {
+    const std::optional<Api::TbdInventory>& draftInventory = draftLists_.Inventory();
+    if (!draftInventory) {
         return Failure(kNoPickableChampions, 404);
     }
-    const std::vector<int32_t> disabled = Sorted(draftInventory_->disabledChampionIds);
+    const std::vector<int32_t> disabled = Sorted(draftInventory->disabledChampionIds);
     Api::ChampSelectPickableChampions pickable;
-    pickable.championIds.reserve(draftInventory_->lastSelectedSkinIdByChampionId.size());
-    for (const auto& [key, skinId] : draftInventory_->lastSelectedSkinIdByChampionId) {
+    pickable.championIds.reserve(draftInventory->lastSelectedSkinIdByChampionId.size());
+    for (const auto& [key, skinId] : draftInventory->lastSelectedSkinIdByChampionId) {
         Maybe<int32_t> championId = ChampionIdOf(key);
         if (!championId) {
             return std::move(championId).GetFailure();
@@ -172,29 +173,37 @@ Maybe<Api::ChampSelectPickableChampions> LobbyTeamBuilderPlugin::ComputePickable
 }
 
 Maybe<Api::ChampSelectDisabledChampions> LobbyTeamBuilderPlugin::ComputeDisabledChampions() const {
-    if (!draftInventory_) {
+    const std::optional<Api::TbdInventory>& draftInventory = draftLists_.Inventory();
+    if (!draftInventory) {
         return Failure(kNoDisabledChampions, 404);
     }
     Api::ChampSelectDisabledChampions disabled;
-    disabled.championIds = draftInventory_->disabledChampionIds;
+    disabled.championIds = draftInventory->disabledChampionIds;
     return disabled;
 }
 
 Maybe<Api::ChampSelectPickableSkins> LobbyTeamBuilderPlugin::ComputePickableSkins() const {
-    if (!draftInventory_) {
+    const std::optional<Api::TbdInventory>& draftInventory = draftLists_.Inventory();
+    if (!draftInventory) {
         return Failure(kNoPickableSkins, 404);
     }
     Api::ChampSelectPickableSkins skins;
-    skins.skinIds = draftInventory_->skinIds;
+    skins.skinIds = draftInventory->skinIds;
     return skins;
 }
 
 Maybe<Api::ChampSelectBannableChampions> LobbyTeamBuilderPlugin::ComputeBannableChampions(
     const std::vector<Framework::BindingProperty>& actionSetList) const {
-    if (!draftInventory_) {
+    return ComputeBannableChampions(actionSetList, draftLists_.AllowsOptingOutOfBanning());
+}
+
+Maybe<Api::ChampSelectBannableChampions> LobbyTeamBuilderPlugin::ComputeBannableChampions(
+    const std::vector<Framework::BindingProperty>& actionSetList, bool allowOptingOut) const {
+    const std::optional<Api::TbdInventory>& draftInventory = draftLists_.Inventory();
+    if (!draftInventory) {
         return Failure(kNoBannableChampions, 404);
     }
-    std::vector<int32_t> excluded = draftInventory_->disabledChampionIds;
+    std::vector<int32_t> excluded = draftInventory->disabledChampionIds;
     for (const Framework::BindingProperty& set : actionSetList) {
         for (const Framework::BindingProperty& action : set.Elements()) {
             if (ReadActionField(Registry(), action, "type", std::string()) == "BAN" &&
@@ -206,14 +215,14 @@ Maybe<Api::ChampSelectBannableChampions> LobbyTeamBuilderPlugin::ComputeBannable
     excluded = Sorted(std::move(excluded));
 
     Api::ChampSelectBannableChampions bannable;
-    bannable.championIds.reserve(draftInventory_->allChampionIds.size() + 1);
-    for (int32_t championId : draftInventory_->allChampionIds) {
+    bannable.championIds.reserve(draftInventory->allChampionIds.size() + 1);
+    for (int32_t championId : draftInventory->allChampionIds) {
         if (!Contains(excluded, championId)) {
             bannable.championIds.push_back(championId);
         }
     }
     // -1 is the choice of banning nobody.
-    if (lastAllowOptingOutOfBanning_) {
+    if (allowOptingOut) {
         bannable.championIds.push_back(-1);
     }
     return bannable;

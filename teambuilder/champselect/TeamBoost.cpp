@@ -57,7 +57,7 @@ void LobbyTeamBuilderPlugin::CheckTeamBoost(const GameDtoRecord& previous,
     const Api::TeamBuilderBoostInfo& now = state->battleBoostState;
     const bool due = before.unlockedSkinIds != now.unlockedSkinIds ||
                      (now.battleBoostActivated && !before.battleBoostActivated);
-    if (!due || !teamBoost_) {
+    if (!due || !teamBoost_.Current()) {
         return;
     }
 
@@ -82,19 +82,20 @@ void LobbyTeamBuilderPlugin::RefreshTeamBoost(const GameDtoRecord& previous,
     if (changes.empty()) {
         return;
     }
-    teamBoost_ = std::get<Api::TeamBoost>(std::get<ResourceChange>(changes.front()).value);
+    teamBoost_.Keep(std::get<Api::TeamBoost>(std::get<ResourceChange>(changes.front()).value));
     CarryOut(changes);
 }
 
 void LobbyTeamBuilderPlugin::DestroyTeamBoost() {
-    teamBoost_.reset();
+    teamBoost_.SessionEnded();
 }
 
 Maybe<Api::TeamBoost> LobbyTeamBuilderPlugin::GetTeamBoost() {
-    if (!teamBoost_) {
+    const std::optional<Api::TeamBoost>& boost = teamBoost_.Current();
+    if (!boost) {
         return Failure(kNoTeamBoost, 404);
     }
-    return *teamBoost_;
+    return *boost;
 }
 
 Maybe<> LobbyTeamBuilderPlugin::PurchaseTeamBoost() {

@@ -6,7 +6,7 @@
 // Timers are never cancelled. Each one remembers the phase it was set in and
 // does nothing once another phase is current; of the timers of one phase
 // only the last one outstanding shows the window, and only if the player has
-// not completed an action since (which clears showUx_).
+// not completed an action since (UxTimers keeps the count and the wish).
 #include <algorithm>
 #include <chrono>
 #include <cstdint>
@@ -16,22 +16,15 @@
 
 #include "framework/binding/BindingProperty.h"
 #include "framework/binding/MessageFormat.h"
-#include "framework/log/Log.h"
 #include "framework/rest/RestCalls.h"
 #include "teambuilder/champselect/ChampSelectResources.h"
+#include "teambuilder/common/PluginLog.h"
 #include "teambuilder/plugin/LobbyTeamBuilderPlugin.h"
 
 namespace Orvan::Client::LobbyTeamBuilder {
 
-using Framework::kAlways;
-using Framework::kGroupDbg;
-using Framework::kGroupGen;
-using Framework::kOkay;
-using Framework::Log;
-
 namespace {
 
-constexpr std::string_view kUxShowUri = "/orvanclient/ux-show";
 constexpr const char* kUxTimerName = "qel-champ-select-legacy.show-ux-%1";
 constexpr std::string_view kFinalizationPhase = "FINALIZATION";
 
@@ -70,55 +63,60 @@ bool HasActionOf(const Framework::BindingProperty& set, int64_t cellId) {
 
 }  // namespace
 
-void LobbyTeamBuilderPlugin::HandleUx(const GameDtoRecord& previous,
-                                      const GameDtoRecord& incoming) {
+UxStep CheckUx(const GameDtoRecord& previous, const GameDtoRecord& incoming, const UxTimers& timers,
+               Effects& out) {
     const Api::ChampionSelectStateV1* state = ChampSelectStateOf(incoming);
     const Api::ChampionSelectStateV1* previousState = ChampSelectStateOf(previous);
     const std::string& newPhase = SubphaseOf(incoming);
     const std::string& oldPhase = SubphaseOf(previous);
 
+    UxStep step;
     bool shown = false;
     if (state != nullptr && (previousState == nullptr || previousState->currentActionSetIndex !=
                                                              state->currentActionSetIndex)) {
         const int32_t index = state->currentActionSetIndex;
         const size_t setCount = state->actionSetList.size();
         if (static_cast<uint32_t>(index) >= setCount) {
-            Log(kOkay, kGroupGen,
+            out.emplace_back(FormattedLine(
+                kOkay, kGroupGen,
                 "Received an out-of-bounds action set index in phase %s: %d (out of %d)",
-                newPhase.c_str(), index, AsLogInt(static_cast<int64_t>(setCount)));
+                newPhase.c_str(), index, AsLogInt(static_cast<int64_t>(setCount))));
         } else if (HasActionOf(state->actionSetList[static_cast<uint32_t>(index)],
                                state->localPlayerCellId)) {
-            static_cast<void>(Request(Framework::HttpMethod::Post, kUxShowUri));
+            out.emplace_back(UxShowRequest());
             shown = true;
         }
     }
 
     const int64_t remaining = state != nullptr ? state->currentTimeRemainingMillis : 0;
-    const bool phaseChanged = newPhase != oldPhase;
-    if (phaseChanged) {
-        Log(kAlways, kGroupDbg,
+    step.phaseChanged = newPhase != oldPhase;
+    if (step.phaseChanged) {
+        out.emplace_back(FormattedLine(
+            kAlways, kGroupDbg,
             "Timer phase changed, resetting outstanding timer count to 0, phase ends in %d ms.",
-            AsLogInt(remaining));
-        outstandingUxTimers_ = 0;
+            AsLogInt(remaining)));
     }
 
-    const bool wanted = (phaseChanged && newPhase == kFinalizationPhase) || shown;
+    const bool wanted = (step.phaseChanged && newPhase == kFinalizationPhase) || shown;
     if (!wanted || remaining < kMinMillisForTimer) {
-        return;
+        return step;
     }
-    ++uxTimerSerial_;
-    std::string name = Framework::Format(kUxTimerName, uxTimerSerial_);
-    ++outstandingUxTimers_;
+    step.timerSet = true;
+    std::string name = Framework::Format(kUxTimerName, timers.NextSerial());
     const int64_t delay = remaining - kShowBeforeEndMillis;
-    showUx_ = true;
-    Log(kAlways, kGroupDbg, "Creating ux timer %s to show for phase %s in %d ms", name.c_str(),
-        newPhase.c_str(), AsLogInt(delay));
-    const std::chrono::milliseconds wait(std::min(delay, kMaxTimerDelayMillis));
-    std::string label = name;
-    ScheduleAt(label, Clock::now() + wait,
-               [this, timerPhase = newPhase, timerName = std::move(name)] {
-                   OnUxTimerFired(timerPhase, timerName);
-               });
+    out.emplace_back(FormattedLine(kAlways, kGroupDbg,
+                                   "Creating ux timer %s to show for phase %s in %d ms",
+                                   name.c_str(), newPhase.c_str(), AsLogInt(delay)));
+    out.emplace_back(UxShowTimer{std::move(name), newPhase, std::min(delay, kMaxTimerDelayMillis)});
+    return step;
+}
+
+void LobbyTeamBuilderPlugin::HandleUx(const GameDtoRecord& previous,
+                                      const GameDtoRecord& incoming) {
+    Effects effects;
+    const UxStep step = CheckUx(previous, incoming, uxTimers_, effects);
+    CarryOut(effects);
+    uxTimers_.Keep(step);
 }
 
 void LobbyTeamBuilderPlugin::OnUxTimerFired(const std::string& timerPhase,
@@ -127,22 +125,18 @@ void LobbyTeamBuilderPlugin::OnUxTimerFired(const std::string& timerPhase,
     Log(kAlways, kGroupDbg,
         "Ux timer %s triggered: timer phase=%s, current phase=%s, outstanding timers: %u, "
         "should show=%s",
-        name.c_str(), timerPhase.c_str(), currentPhase.c_str(), outstandingUxTimers_,
-        showUx_ ? "true" : "false");
+        name.c_str(), timerPhase.c_str(), currentPhase.c_str(), uxTimers_.Outstanding(),
+        uxTimers_.ShowWanted() ? "true" : "false");
     if (currentPhase != timerPhase) {
         // The phase change reset the count; this timer is no longer in it.
         return;
     }
-    if (showUx_ && outstandingUxTimers_ == 1) {
+    if (uxTimers_.ShowsOnFiring()) {
         Log(kAlways, kGroupDbg, "Showing ux timer: %s", name.c_str());
         static_cast<void>(Request(Framework::HttpMethod::Post, kUxShowUri));
-        showUx_ = false;
+        uxTimers_.ShowDone();
     }
-    // A timer of a phase that was left and entered again may find the count
-    // already reset; it stays at zero rather than wrapping.
-    if (outstandingUxTimers_ > 0) {
-        --outstandingUxTimers_;
-    }
+    uxTimers_.CountOff();
 }
 
 }  // namespace Orvan::Client::LobbyTeamBuilder

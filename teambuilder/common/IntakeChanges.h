@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "framework/host/FrameworkTypes.h"
+#include "framework/log/LogRecord.h"
 #include "teambuilder/common/LobbyRecords.h"
 
 namespace Orvan::Client::LobbyTeamBuilder {
@@ -22,8 +23,9 @@ namespace Orvan::Client::LobbyTeamBuilder {
 using ResourceEventType = Framework::PluginResourceEventType;
 
 // What a published resource carries; nothing for a Delete.
-using ResourceValue = std::variant<std::monostate, bool, Api::Lobby, Api::LobbyCountdownTimer,
-                                   Api::MatchmakingSearch, Api::ChampSelectSession, Api::TeamBoost>;
+using ResourceValue =
+    std::variant<std::monostate, bool, Api::Lobby, Api::LobbyCountdownTimer, Api::MatchmakingSearch,
+                 Api::ChampSelectSession, Api::TeamBoost, Api::ChampSelectBannableChampions>;
 
 // A Create, Update or Delete event of one of the plugin's resources.
 struct ResourceChange {
@@ -42,6 +44,10 @@ struct LogLine {
 
     bool operator==(const LogLine&) const = default;
 };
+
+// A line formatted as Log formats its arguments.
+LogLine FormattedLine(uint32_t level, uint64_t groups, const char* format, ...)
+    QEL_PRINTF_FORMAT(3, 4);
 
 // A ceremony whose display time is to be timed: the action that shows it,
 // the label of its delayed call and how long it lasts.
@@ -74,8 +80,25 @@ struct SessionChangedHook {
     bool operator==(const SessionChangedHook&) const = default;
 };
 
+// The request to show the host application's window; its answer is not
+// waited for.
+struct UxShowRequest {
+    bool operator==(const UxShowRequest&) const = default;
+};
+
+// A timer that shows the window when it fires, unless its phase is over by
+// then: its name (also the delayed call's label), the phase it was set in
+// and its delay.
+struct UxShowTimer {
+    std::string name;
+    std::string phase;
+    int64_t delayMillis = 0;
+
+    bool operator==(const UxShowTimer&) const = default;
+};
+
 using Effect = std::variant<ResourceChange, LogLine, CeremonyTimer, WardSkinRequest, GameflowEvent,
-                            SessionChangedHook>;
+                            SessionChangedHook, UxShowRequest, UxShowTimer>;
 using Effects = std::vector<Effect>;
 
 inline ResourceChange Created(std::string_view uri, ResourceValue value) {

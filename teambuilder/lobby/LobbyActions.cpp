@@ -7,8 +7,8 @@
 
 #include "framework/binding/MessageFormat.h"
 #include "framework/binding/NativeConversion.h"
-#include "framework/log/Log.h"
 #include "framework/serviceproxy/ServiceProxyClient.h"
+#include "teambuilder/common/PluginLog.h"
 #include "teambuilder/plugin/LobbyTeamBuilderPlugin.h"
 
 namespace Orvan::Client::LobbyTeamBuilder {
@@ -16,9 +16,6 @@ namespace Orvan::Client::LobbyTeamBuilder {
 using Framework::BindingProperty;
 using Framework::Failure;
 using Framework::Format;
-using Framework::kAlways;
-using Framework::kGroupDbg;
-using Framework::Log;
 using Framework::Maybe;
 
 namespace {

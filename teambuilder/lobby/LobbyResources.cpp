@@ -18,17 +18,22 @@ namespace {
 
 constexpr const char* kNoLobbyMessage = "No Team Builder Lobby";
 
-Api::LobbyMember MemberOf(const Api::TbLobbySlotResource& slot, int32_t captainSlotId) {
-    Api::LobbyMember member;
+// Assigns every field, so that storage a member had keeps serving.
+void AssignMember(const Api::TbLobbySlotResource& slot, int32_t captainSlotId,
+                  Api::LobbyMember& member) {
     member.id = slot.summonerId;
     member.isOwner = slot.slotId == captainSlotId;
     member.canInviteOthers = false;
     const std::vector<std::string>& preferences = slot.draftPositionPreferences;
     if (!preferences.empty()) {
         member.positionPreferences.firstPreference = preferences[0];
+    } else {
+        member.positionPreferences.firstPreference.clear();
     }
     if (preferences.size() > 1) {
         member.positionPreferences.secondPreference = preferences[1];
+    } else {
+        member.positionPreferences.secondPreference.clear();
     }
     member.excludedPositionPreference = slot.excludedPositionPreference;
     member.showPositionExcluder = slot.showPositionExcluder;
@@ -36,7 +41,6 @@ Api::LobbyMember MemberOf(const Api::TbLobbySlotResource& slot, int32_t captainS
     member.autoFillProtectedForStreaking = slot.autoFillProtectedForStreaking;
     member.autoFillProtectedForPromos = slot.autoFillProtectedForPromos;
     member.autoFillProtectedForSoloing = slot.autoFillProtectedForSoloing;
-    return member;
 }
 
 }  // namespace
@@ -46,31 +50,42 @@ LogLine LastKnownPremadeStateLine() {
             "Using last known premade state for ready check."};
 }
 
-DerivedLobby DeriveLobby(const Api::TbdGameDtoV1& dto,
-                         const std::optional<Api::TbLobbyPremadeStateResource>& lastKnown) {
-    DerivedLobby derived;
-    Api::Lobby& lobby = derived.lobby;
+bool DeriveLobbyInto(const Api::TbdGameDtoV1& dto,
+                     const std::optional<Api::TbLobbyPremadeStateResource>& lastKnown,
+                     Api::Lobby& lobby) {
+    bool fromLastKnownPremadeState = false;
     const Api::TbLobbyPremadeStateResource* premade =
         dto.premadeState ? &*dto.premadeState : nullptr;
     if (premade == nullptr &&
         (dto.phaseName == kPhaseAfkCheck || dto.phaseName == kPhaseChampionSelect)) {
-        derived.fromLastKnownPremadeState = true;
+        fromLastKnownPremadeState = true;
         premade = lastKnown ? &*lastKnown : nullptr;
     }
-    lobby.queueId = dto.queueId;
     if (premade == nullptr) {
-        return derived;
+        lobby = Api::Lobby();
+        lobby.queueId = dto.queueId;
+        return fromLastKnownPremadeState;
     }
 
-    lobby.members.reserve(premade->draftSlots.size());
-    for (const Api::TbLobbySlotResource& slot : premade->draftSlots) {
-        lobby.members.push_back(MemberOf(slot, premade->captainSlotId));
-        if (slot.slotId == premade->localPlayerSlotId) {
-            lobby.localMember = lobby.members.back();
-        }
-    }
+    lobby.queueId = dto.queueId;
     lobby.invitationId = premade->draftPremadeId;
     lobby.chatRoomId = premade->premadeChatRoomId;
+    lobby.chatRoomKey.clear();
+    lobby.members.resize(premade->draftSlots.size());
+    const Api::LobbyMember* local = nullptr;
+    for (size_t i = 0; i < premade->draftSlots.size(); ++i) {
+        const Api::TbLobbySlotResource& slot = premade->draftSlots[i];
+        AssignMember(slot, premade->captainSlotId, lobby.members[i]);
+        if (slot.slotId == premade->localPlayerSlotId) {
+            local = &lobby.members[i];
+        }
+    }
+    if (local != nullptr) {
+        lobby.localMember = *local;
+    } else {
+        lobby.localMember = Api::LobbyMember();
+    }
+    lobby.invitations.clear();
     lobby.wasKicked = false;
     lobby.removalReason = Api::LobbyRemovedFromGameReason::None;
     lobby.canStartMatchmaking = premade->readyToMatchmake;
@@ -84,6 +99,13 @@ DerivedLobby DeriveLobby(const Api::TbdGameDtoV1& dto,
     lobby.premadeSizeAllowed = premade->readyState.premadeSizeAllowed;
     lobby.requiredPositionCoverageMet = premade->readyState.requiredPositionCoverageMet;
     lobby.allowablePremadeSizes = premade->readyState.allowablePremadeSizes;
+    return fromLastKnownPremadeState;
+}
+
+DerivedLobby DeriveLobby(const Api::TbdGameDtoV1& dto,
+                         const std::optional<Api::TbLobbyPremadeStateResource>& lastKnown) {
+    DerivedLobby derived;
+    derived.fromLastKnownPremadeState = DeriveLobbyInto(dto, lastKnown, derived.lobby);
     return derived;
 }
 
@@ -108,18 +130,17 @@ void LobbyResources::CheckLobby(const GameDtoRecord& previous, const GameDtoReco
         out.emplace_back(Updated(kLobbyCountdownUri, DeriveCountdown(*incoming.dto)));
         return;
     }
-    DerivedLobby derived = DeriveLobby(*incoming.dto, lastKnown);
-    if (derived.fromLastKnownPremadeState) {
+    if (DeriveLobbyInto(*incoming.dto, lastKnown, spareLobby_)) {
         out.emplace_back(LastKnownPremadeStateLine());
     }
-    const bool changed = derived.lobby != publishedLobby_;
+    const bool changed = spareLobby_ != publishedLobby_;
     if (changed) {
         // Built in place: a lobby is large enough for each move to count.
         auto& change =
             std::get<ResourceChange>(out.emplace_back(std::in_place_type<ResourceChange>));
         change.uri = kLobbyUri;
         change.type = ResourceEventType::Update;
-        change.value.emplace<Api::Lobby>(std::move(derived.lobby));
+        change.value.emplace<Api::Lobby>(std::move(spareLobby_));
     }
     Api::LobbyCountdownTimer countdown = DeriveCountdown(*incoming.dto);
     if (changed) {
@@ -151,8 +172,15 @@ void LobbyResources::Keep(Effects& changes) {
         }
         const bool deleted = change->type == ResourceEventType::Delete;
         if (change->uri == kLobbyUri) {
-            publishedLobby_ =
-                deleted ? Api::Lobby() : std::get<Api::Lobby>(std::move(change->value));
+            if (deleted) {
+                publishedLobby_ = Api::Lobby();
+                continue;
+            }
+            // The lobby published before becomes the next derivation's
+            // storage.
+            auto& lobby = std::get<Api::Lobby>(change->value);
+            std::swap(publishedLobby_, lobby);
+            spareLobby_ = std::move(lobby);
         } else if (change->uri == kMatchmakingUri) {
             publishedSearch_ = deleted ? Api::MatchmakingSearch()
                                        : std::get<Api::MatchmakingSearch>(std::move(change->value));
@@ -161,7 +189,7 @@ void LobbyResources::Keep(Effects& changes) {
 }
 
 Api::Lobby LobbyTeamBuilderPlugin::ComputeLobby(const Api::TbdGameDtoV1& dto) const {
-    DerivedLobby derived = DeriveLobby(dto, lastKnownPremadeState_);
+    DerivedLobby derived = DeriveLobby(dto, LastKnownPremadeState());
     if (derived.fromLastKnownPremadeState) {
         const LogLine line = LastKnownPremadeStateLine();
         Framework::Log(line.level, line.groups, "%s", line.text.c_str());

@@ -37,6 +37,11 @@ struct DerivedLobby {
     Api::Lobby lobby;
     bool fromLastKnownPremadeState = false;
 };
+// The same into `lobby`, whose storage it reuses; true when the last known
+// premade state stood in.
+bool DeriveLobbyInto(const Api::TbdGameDtoV1& dto,
+                     const std::optional<Api::TbLobbyPremadeStateResource>& lastKnown,
+                     Api::Lobby& lobby);
 DerivedLobby DeriveLobby(const Api::TbdGameDtoV1& dto,
                          const std::optional<Api::TbLobbyPremadeStateResource>& lastKnown);
 Api::LobbyCountdownTimer DeriveCountdown(const Api::TbdGameDtoV1& dto);
@@ -79,6 +84,10 @@ public:
 
 private:
     Api::Lobby publishedLobby_;
+    // Storage the lobby is derived into, so that a push does not allocate a
+    // lobby's strings and lists afresh; what it holds between calls means
+    // nothing.
+    mutable Api::Lobby spareLobby_;
     Api::MatchmakingSearch publishedSearch_;
     Api::MatchmakingSearch currentSearch_;
 };

@@ -8,18 +8,13 @@
 #include <string>
 #include <string_view>
 
-#include "framework/log/Log.h"
 #include "framework/resources/ResourceEvents.h"
 #include "framework/rest/RestCalls.h"
+#include "teambuilder/common/PluginLog.h"
 #include "teambuilder/plugin/LobbyTeamBuilderPlugin.h"
 
 namespace Orvan::Client::LobbyTeamBuilder {
 
-using Framework::kGroupDbg;
-using Framework::kGroupGen;
-using Framework::kOkay;
-using Framework::kWarn;
-using Framework::Log;
 using Framework::PluginResourceEventType;
 
 namespace {

@@ -1,7 +1,6 @@
 // The game-DTO intake: the one gate every team-builder DTO passes, and the
 // utilities that turn service answers into applied DTOs or failures.
-#include <cstdarg>
-#include <cstdio>
+#include <chrono>
 #include <optional>
 #include <string>
 #include <utility>
@@ -10,23 +9,17 @@
 #include "framework/binding/MessageFormat.h"
 #include "framework/binding/NativeConversion.h"
 #include "framework/codec/Json.h"
-#include "framework/log/Log.h"
 #include "framework/resources/ResourceEvents.h"
 #include "framework/rest/RestCalls.h"
 #include "framework/serviceproxy/ServiceProxyClient.h"
 #include "teambuilder/champselect/ChampSelectResources.h"
+#include "teambuilder/common/PluginLog.h"
+#include "teambuilder/plugin/DropRules.h"
 #include "teambuilder/plugin/LobbyTeamBuilderPlugin.h"
 
 namespace Orvan::Client::LobbyTeamBuilder {
 
 using Framework::Failure;
-using Framework::kAlways;
-using Framework::kError;
-using Framework::kGroupDbg;
-using Framework::kGroupGen;
-using Framework::kOkay;
-using Framework::kWarn;
-using Framework::Log;
 using Framework::Maybe;
 
 namespace {
@@ -36,43 +29,12 @@ std::string PremadeIdOf(const GameDtoRecord& record) {
     return premade != nullptr ? premade->draftPremadeId : std::string();
 }
 
-LogLine Line(uint32_t level, uint64_t groups, const char* format, ...) QEL_PRINTF_FORMAT(3, 4);
-LogLine Line(uint32_t level, uint64_t groups, const char* format, ...) {
-    LogLine line{level, groups, {}};
-    va_list arguments;
-    va_start(arguments, format);
-    va_list again;
-    va_copy(again, arguments);
-    const int length = std::vsnprintf(nullptr, 0, format, arguments);
-    va_end(arguments);
-    if (length > 0) {
-        line.text.resize(static_cast<size_t>(length) + 1);
-        std::vsnprintf(line.text.data(), line.text.size(), format, again);
-        line.text.resize(static_cast<size_t>(length));
-    }
-    va_end(again);
-    return line;
-}
-
 }  // namespace
 
 void LobbyTeamBuilderPlugin::ApplyGameDtoRecord(GameDtoRecord incoming) {
-    // A lobby the player has left keeps pushing for a while; its DTOs must
-    // not bring it back.
-    bool abandoned = false;
-    if (const Api::TbLobbyPremadeStateResource* premade = incoming.PremadeState()) {
-        abandoned = abandonedLobbyIds_.count(premade->draftPremadeId) != 0;
-    }
-    const bool outOfDate =
-        storedDto_.HasDto() && incoming.HasDto() && incoming.dto->counter < storedDto_.dto->counter;
-    // Counters at or below 0 come from answers that carry no sequence; they
-    // are always taken.
-    if (incoming.Counter() > 0 && (abandoned || outOfDate)) {
-        Log(kOkay, kGroupGen, "Received out-of-date TB dto.");
-        return;
-    }
-    if (incoming.QueueId() == -1) {
-        Log(kOkay, kGroupGen, "Received invalid TB dto.");
+    if (const std::optional<LogLine> refused =
+            RefusalLine(RefusalOf(storedDto_, incoming, abandonedLobbyIds_))) {
+        Log(refused->level, refused->groups, "%s", refused->text.c_str());
         return;
     }
 
@@ -89,7 +51,7 @@ void LobbyTeamBuilderPlugin::ApplyGameDtoRecord(GameDtoRecord incoming) {
     } else if (const Api::TbLobbyPremadeStateResource* premade = incoming.PremadeState()) {
         currentDraftPremadeId_ = premade->draftPremadeId;
     }
-    actionSetsRead_.clear();
+    actionSetsRead_.Clear();
     applyingDto_ = true;
     const ChampSelectTransition transition = CheckChampSelectSession(storedDto_, incoming, effects);
     KeepChampSelectTransition(transition, storedDto_, incoming);
@@ -100,7 +62,8 @@ void LobbyTeamBuilderPlugin::ApplyGameDtoRecord(GameDtoRecord incoming) {
         for (Effect& effect : effects) {
             auto* change = std::get_if<ResourceChange>(&effect);
             if (change != nullptr && change->uri == kChampSelectSessionUri) {
-                lastPublishedSession_ = std::get<Api::ChampSelectSession>(std::move(change->value));
+                champSelect_.KeepPublished(
+                    std::get<Api::ChampSelectSession>(std::move(change->value)));
             }
         }
     }
@@ -110,16 +73,21 @@ void LobbyTeamBuilderPlugin::ApplyGameDtoRecord(GameDtoRecord incoming) {
     // Still publishes as it goes.
     UpdateDraftLists(incoming);
     applyingDto_ = false;
-    actionSetsRead_.clear();
+    actionSetsRead_.Clear();
 
+    // The stored DTO's premade state is the last known one while it has
+    // one; it is kept apart only when a DTO without one replaces it, so a
+    // lobby's pushes do not copy it each time.
+    if (storedDto_.PremadeState() != nullptr && incoming.PremadeState() == nullptr) {
+        lastKnownPremadeState_ = std::move(storedDto_.dto->premadeState);
+    }
     storedDto_ = std::move(incoming);
 
     // A fall-back reason is news once: the consumers above saw it with the
     // DTO that brought it, the next DTO is compared against a copy without it.
     if (storedDto_.dto && storedDto_.dto->premadeState) {
-        Api::TbLobbyPremadeStateResource& premade = *storedDto_.dto->premadeState;
-        premade.backwardsToPremadeTransitionReason.backwardsTransitionReason.clear();
-        lastKnownPremadeState_ = premade;
+        storedDto_.dto->premadeState->backwardsToPremadeTransitionReason.backwardsTransitionReason
+            .clear();
     }
 }
 
@@ -131,7 +99,7 @@ void LobbyTeamBuilderPlugin::AdvanceLobbySide(const GameDtoRecord& incoming, Eff
     if ((!storedDto_.HasDto() ||
          (storedPhase != kPhaseMatchmaking && storedPhase != kPhaseAfkCheck)) &&
         incoming.HasDto() && incoming.dto->phaseName == kPhaseAfkCheck) {
-        effects.emplace_back(Line(
+        effects.emplace_back(FormattedLine(
             kWarn, kGroupDbg,
             "Missed MATCHMAKING phase, but found AFK_CHECK.  Artificially creating MATCHMAKING "
             "event\n    previous phase  : %s\n    previous premade: %s\n    current phase   : "
@@ -147,7 +115,7 @@ void LobbyTeamBuilderPlugin::AdvanceLobbySide(const GameDtoRecord& incoming, Eff
         lobbyResources_.Keep(
             Effects(effects.begin() + static_cast<ptrdiff_t>(first), effects.end()));
     }
-    lobbyResources_.CheckLobby(storedDto_, incoming, lastKnownPremadeState_, effects);
+    lobbyResources_.CheckLobby(storedDto_, incoming, LastKnownPremadeState(), effects);
     AdvanceMatchmaking(storedDto_, incoming, effects);
 }
 
@@ -166,7 +134,7 @@ void LobbyTeamBuilderPlugin::AdvanceMatchmaking(const GameDtoRecord& previous,
 }
 
 SearchContext LobbyTeamBuilderPlugin::CurrentSearchContext() const {
-    return SearchContext{&lastKnownPremadeState_, applyingReconnectDto_, localSummonerId_};
+    return SearchContext{&LastKnownPremadeState(), applyingReconnectDto_, localSummonerId_};
 }
 
 void LobbyTeamBuilderPlugin::CarryOut(const Effects& effects, const GameDtoRecord& previous,
@@ -195,6 +163,17 @@ void LobbyTeamBuilderPlugin::CarryOut(const Effects& effects, const GameDtoRecor
         }
         if (std::holds_alternative<SessionChangedHook>(effect)) {
             OnChampSelectSessionChanged(previous, incoming);
+            continue;
+        }
+        if (std::holds_alternative<UxShowRequest>(effect)) {
+            static_cast<void>(Request(Framework::HttpMethod::Post, kUxShowUri));
+            continue;
+        }
+        if (const auto* timer = std::get_if<UxShowTimer>(&effect)) {
+            ScheduleAt(timer->name, Clock::now() + std::chrono::milliseconds(timer->delayMillis),
+                       [this, timerPhase = timer->phase, timerName = timer->name] {
+                           OnUxTimerFired(timerPhase, timerName);
+                       });
             continue;
         }
         const ResourceChange& change = std::get<ResourceChange>(effect);

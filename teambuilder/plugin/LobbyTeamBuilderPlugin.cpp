@@ -21,11 +21,7 @@ constexpr std::string_view kGameflowSessionUri = "/qel-gameflow/v1/session";
 }  // namespace
 
 LobbyTeamBuilderPlugin::LobbyTeamBuilderPlugin()
-    : teamBuilder_(*this, std::string(kTeamBuilderService)) {
-    // A draft completes a handful of ceremonies at most.
-    completedCeremonyActionIds_.max_load_factor(1.0f);
-    completedCeremonyActionIds_.rehash(8);
-}
+    : teamBuilder_(*this, std::string(kTeamBuilderService)) {}
 
 LobbyTeamBuilderPlugin::~LobbyTeamBuilderPlugin() = default;
 

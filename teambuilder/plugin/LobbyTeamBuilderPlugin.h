@@ -22,11 +22,13 @@
 //                actions, removal from service, feature toggles
 //   champselect/ champion select: session model and ceremonies, lifecycle,
 //                draft lists, actions and ward skin, trades, team boost, UX
-//                show timers
+//                show timers; the state each remembers between DTOs is a
+//                component of its own (ChampSelectState.h with the
+//                ceremonies, DraftLists.h, TeamBoost.h, UxTimers.h)
 //
-// Ownership: owns all of the plugin's state by value for the life of the
-// module. Threads: the host's thread (see AppModule); waits inside service
-// calls give the host turns, so handlers re-read state after a call.
+// Ownership: owns the components by value for the life of the module. Threads: the host's thread
+// (see AppModule); waits inside service calls give the host turns, so handlers re-read state after
+// a call.
 #pragma once
 
 #include <cstdint>
@@ -45,6 +47,10 @@
 #include "framework/module/AppModule.h"
 #include "framework/module/ServiceCaller.h"
 #include "framework/resources/TypedResource.h"
+#include "teambuilder/champselect/ChampSelectState.h"
+#include "teambuilder/champselect/DraftLists.h"
+#include "teambuilder/champselect/TeamBoost.h"
+#include "teambuilder/champselect/UxTimers.h"
 #include "teambuilder/common/GameDtoRecord.h"
 #include "teambuilder/common/IntakeChanges.h"
 #include "teambuilder/common/LobbyRecords.h"
@@ -204,8 +210,15 @@ public:
     Framework::Maybe<Api::ChampSelectPickableChampions> ComputePickableChampions() const;
     Framework::Maybe<Api::ChampSelectDisabledChampions> ComputeDisabledChampions() const;
     Framework::Maybe<Api::ChampSelectPickableSkins> ComputePickableSkins() const;
+    // With the permission to ban nobody kept, or with the one given.
     Framework::Maybe<Api::ChampSelectBannableChampions> ComputeBannableChampions(
         const std::vector<Framework::BindingProperty>& actionSetList) const;
+    Framework::Maybe<Api::ChampSelectBannableChampions> ComputeBannableChampions(
+        const std::vector<Framework::BindingProperty>& actionSetList, bool allowOptingOut) const;
+    // The bannable list's update when the incoming record changes the
+    // permission to ban nobody, and the new permission; nothing when it
+    // stays. Changes nothing.
+    std::optional<bool> CheckBannableOptOut(const GameDtoRecord& incoming, Effects& out) const;
 
     // ---- Champion select: actions, trades, team boost, UX timers
     // (champselect/ChampSelectActions.cpp, ChampSelectTrades.cpp, TeamBoost.cpp,
@@ -284,14 +297,17 @@ public:
     // ---- State, read-only ---------------------------------------------------
 
     const GameDtoRecord& StoredDto() const { return storedDto_; }
+    // The premade state of the last stored DTO that had one (without its
+    // fall-back reason).
     const std::optional<Api::TbLobbyPremadeStateResource>& LastKnownPremadeState() const {
-        return lastKnownPremadeState_;
+        return storedDto_.PremadeState() != nullptr ? storedDto_.dto->premadeState
+                                                    : lastKnownPremadeState_;
     }
     const std::string& CurrentDraftPremadeId() const { return currentDraftPremadeId_; }
     uint64_t LocalSummonerId() const { return localSummonerId_; }
     bool LogsAllServiceMessages() const { return logAllLcdsMessages_; }
     uint32_t LatestDtoRetryCount() const { return latestDtoRetryCount_; }
-    const std::string& ChampSelectDomainName() const { return champSelectDomainName_; }
+    const std::string& ChampSelectDomainName() const { return champSelect_.DomainName(); }
     uint32_t ServiceCallsInProgress() const { return teamBuilder_.CallsInProgress(); }
 
 private:
@@ -320,36 +336,14 @@ private:
 
     // Lobby ids the player has left; DTOs of them are stale.
     std::set<std::string> abandonedLobbyIds_;
-    std::deque<std::string> recentChampSelectTeamIds_;
     LobbyResources lobbyResources_;
     // Storage for the intake's list of effects, kept between DTOs.
     Effects effectsScratch_;
-    std::optional<Api::ChampSelectSession> lastPublishedSession_;
+    // The last known premade state once the stored DTO has none.
     std::optional<Api::TbLobbyPremadeStateResource> lastKnownPremadeState_;
-    std::string champSelectDomainName_{kDefaultChampSelectDomainName};
     bool logAllLcdsMessages_ = false;
     GameDtoRecord storedDto_;
-    std::optional<Api::TbdInventory> draftInventory_;
-    // The lists that follow the inventory, converted for publishing once per
-    // inventory: the service repeats the inventory with every DTO of the
-    // ready check and the draft. Emptied whenever draftInventory_ changes.
-    struct InventoryListValues {
-        std::optional<Framework::BindingProperty> pickableChampions;
-        std::optional<Framework::BindingProperty> disabledChampions;
-        std::optional<Framework::BindingProperty> pickableSkins;
-    };
-    InventoryListValues inventoryListValues_;
-    // The action sets ReadActionSet read while one DTO is applied: the
-    // session and the bannable list read the same sets of the same DTO.
-    // Neither record changes while it is applied; the entries are dropped
-    // before the incoming record is stored.
-    mutable std::vector<std::pair<const Framework::BindingProperty*, std::vector<Api::ActionV1>>>
-        actionSetsRead_;
-    bool applyingDto_ = false;
     std::string currentDraftPremadeId_;
-    int64_t localWardSkinId_ = 1;
-    // The rest of the ward-skin state and the team-boost state join here with
-    // the champion-select operations that use them.
     // Service calls to the team-builder service, with their count in flight.
     Framework::ServiceCaller teamBuilder_;
     uint32_t latestDtoRetryCount_ = 0;
@@ -357,25 +351,18 @@ private:
     bool loginConnected_ = false;
     bool loginSucceeded_ = false;
     bool gameClientRunning_ = false;
-    bool lastAllowOptingOutOfBanning_ = false;
     bool applyingReconnectDto_ = false;
-    int32_t pendingCeremonyActionId_ = -1;
-    std::unordered_set<int32_t> completedCeremonyActionIds_;
-    int32_t ceremonyActionIdBase_ = 100;
 
-    // ---- Champion-select state beyond the fields above ----------------------
-    // recentChampSelectTeamIds_, lastPublishedSession_, champSelectDomainName_,
-    // draftInventory_, localWardSkinId_, lastAllowOptingOutOfBanning_ and the
-    // ceremony bookkeeping (pendingCeremonyActionId_, completedCeremonyActionIds_,
-    // ceremonyActionIdBase_) keep their places in the order above.
-
-    // The team boost of the session; absent outside one.
-    std::optional<Api::TeamBoost> teamBoost_;
-    // UX show timers: the serial that names them (never reset), the timers
-    // of the current phase not fired yet, and whether one should show.
-    uint32_t uxTimerSerial_ = 0;
-    uint32_t outstandingUxTimers_ = 0;
-    bool showUx_ = false;
+    // ---- Champion select's components -------------------------------------
+    ChampSelectState champSelect_;
+    Ceremonies ceremonies_;
+    DraftLists draftLists_;
+    SessionTeamBoost teamBoost_;
+    UxTimers uxTimers_;
+    // Filled while a DTO is applied (applyingDto_), by reads that change
+    // nothing else.
+    mutable ActionSetsRead actionSetsRead_;
+    bool applyingDto_ = false;
 };
 
 // ---- Template definitions -------------------------------------------------------

@@ -5,17 +5,11 @@
 #include <string>
 #include <utility>
 
-#include "framework/log/Log.h"
+#include "teambuilder/common/PluginLog.h"
 #include "teambuilder/plugin/LobbyTeamBuilderPlugin.h"
 
 namespace Orvan::Client::LobbyTeamBuilder {
 
-using Framework::kAlways;
-using Framework::kGroupDbg;
-using Framework::kGroupGen;
-using Framework::kOkay;
-using Framework::kWarn;
-using Framework::Log;
 using Framework::PluginResourceEventType;
 
 namespace {
@@ -31,9 +25,7 @@ void LobbyTeamBuilderPlugin::OnLogAllLcdsMessages(const Framework::Resource& eve
 }
 
 void LobbyTeamBuilderPlugin::OnChampSelectDomainName(const Framework::Resource& event) {
-    std::string name = event.data.AsText();
-    champSelectDomainName_ =
-        name.empty() ? std::string(kDefaultChampSelectDomainName) : std::move(name);
+    champSelect_.SetDomainName(event.data.AsText());
 }
 
 void LobbyTeamBuilderPlugin::OnGameflowSession(const ResourceEvent<Api::GameflowSession>& event) {

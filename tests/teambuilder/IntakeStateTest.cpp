@@ -3,9 +3,12 @@
 // the log groups of every team-builder line, and DTOs arriving as answers.
 #include <gtest/gtest.h>
 
+#include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
+#include "teambuilder/plugin/DropRules.h"
 #include "tests/teambuilder/support/TeamBuilderHost.h"
 
 namespace Orvan::Client::LobbyTeamBuilder::Testing {
@@ -23,6 +26,52 @@ LoginSession Login(LoginSessionState state, uint64_t summonerId, uint64_t accoun
     session.accountId = accountId;
     session.connected = connected;
     return session;
+}
+
+// The gate alone, without a host: stored, incoming and the abandoned lobbies.
+TEST(IntakeStateTest, DropRules) {
+    const std::optional<TbdGameDtoV1> none;
+    TbdGameDtoV1 noQueue = Searching(9);
+    noQueue.queueId = -1;
+    TbdGameDtoV1 noQueueNoCounter = noQueue;
+    noQueueNoCounter.counter = 0;
+    TbdGameDtoV1 unsequenced = Premade(0, Slots(2));
+    const std::set<std::string> left = {"lobby-1"};
+    const std::set<std::string> nothingLeft;
+    struct Row {
+        const char* name;
+        std::optional<TbdGameDtoV1> stored;
+        std::optional<TbdGameDtoV1> incoming;
+        const std::set<std::string>* abandoned;
+        DtoRefusal expected;
+    };
+    const Row rows[] = {
+        {"first DTO", none, Premade(1, Slots(2)), &nothingLeft, DtoRefusal::None},
+        {"newer", Premade(4, Slots(2)), Premade(5, Slots(2)), &nothingLeft, DtoRefusal::None},
+        {"same counter", Premade(4, Slots(2)), Premade(4, Slots(2)), &nothingLeft,
+         DtoRefusal::None},
+        {"older", Premade(4, Slots(2)), Premade(3, Slots(2)), &nothingLeft, DtoRefusal::OutOfDate},
+        {"older than nothing stored", none, Premade(3, Slots(2)), &nothingLeft, DtoRefusal::None},
+        {"a lobby left", none, Premade(5, Slots(2)), &left, DtoRefusal::OutOfDate},
+        {"a lobby left, without a counter", none, unsequenced, &left, DtoRefusal::None},
+        {"older without a counter", Premade(4, Slots(2)), unsequenced, &nothingLeft,
+         DtoRefusal::None},
+        {"a search is of no lobby", none, Searching(5), &left, DtoRefusal::None},
+        {"no queue", none, noQueue, &nothingLeft, DtoRefusal::Invalid},
+        {"older and no queue: out of date first", Premade(10, Slots(2)), noQueue, &nothingLeft,
+         DtoRefusal::OutOfDate},
+        {"no queue without a counter", Premade(10, Slots(2)), noQueueNoCounter, &nothingLeft,
+         DtoRefusal::Invalid},
+        {"the game gone", Premade(4, Slots(2)), none, &left, DtoRefusal::None},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        EXPECT_EQ(RefusalOf(GameDtoRecord{row.stored}, GameDtoRecord{row.incoming}, *row.abandoned),
+                  row.expected);
+    }
+    EXPECT_EQ(RefusalLine(DtoRefusal::None), std::nullopt);
+    EXPECT_EQ(RefusalLine(DtoRefusal::OutOfDate)->text, "Received out-of-date TB dto.");
+    EXPECT_EQ(RefusalLine(DtoRefusal::Invalid)->text, "Received invalid TB dto.");
 }
 
 TEST(IntakeStateTest, AFallBackReasonReachesTheConsumersOnce) {

@@ -7,6 +7,7 @@
 #include <cmath>
 #include <cstdlib>
 #include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -88,6 +89,96 @@ struct UxHost {
     size_t timersSeen = 0;
     size_t requestsSeen = 0;
 };
+
+// The checker alone: what a DTO asks for, with the state it finds and
+// without a host. The timer's name takes the next serial.
+TEST(UxTimersTest, CheckerTable) {
+    using Framework::kAlways;
+    using Framework::kGroupDbg;
+    using Framework::kGroupGen;
+    using Framework::kOkay;
+    UxTimers fourSet;
+    for (int i = 0; i < 4; ++i) {
+        fourSet.Keep(UxStep{false, true});
+    }
+    const UxTimers fresh;
+    const std::string t1 = std::string(kTimerPrefix) + "1";
+    const std::string t5 = std::string(kTimerPrefix) + "5";
+    const auto phaseLine = [](int64_t millis) {
+        return LogLine{kAlways, kGroupDbg,
+                       "Timer phase changed, resetting outstanding timer count to 0, phase ends "
+                       "in " +
+                           std::to_string(millis) + " ms."};
+    };
+    const auto creating = [](const std::string& name, const std::string& phase, int64_t millis) {
+        return LogLine{kAlways, kGroupDbg,
+                       "Creating ux timer " + name + " to show for phase " + phase + " in " +
+                           std::to_string(millis) + " ms"};
+    };
+    struct Row {
+        const char* name;
+        std::optional<TbdGameDtoV1> previous;
+        std::optional<TbdGameDtoV1> incoming;
+        const UxTimers* timers;
+        Effects expected;
+        UxStep step;
+    };
+    const Row rows[] = {
+        {"entered on the player's turn",
+         std::nullopt,
+         Turn(1, "BAN_PICK", 30000, 1),
+         &fresh,
+         {UxShowRequest(), phaseLine(30000), creating(t1, "BAN_PICK", 20000),
+          UxShowTimer{t1, "BAN_PICK", 20000}},
+         {true, true}},
+        {"the same set again",
+         Turn(1, "BAN_PICK", 30000, 1),
+         Turn(2, "BAN_PICK", 25000, 1),
+         &fresh,
+         {},
+         {false, false}},
+        {"another player's set",
+         Turn(1, "BAN_PICK", 30000, 1),
+         Turn(2, "BAN_PICK", 25000, 2),
+         &fresh,
+         {},
+         {false, false}},
+        {"the player's set with too little left",
+         Turn(1, "BAN_PICK", 30000, 2),
+         Turn(2, "BAN_PICK", 14999, 3),
+         &fresh,
+         {UxShowRequest()},
+         {false, false}},
+        {"an index past the sets",
+         Turn(1, "BAN_PICK", 30000, 2),
+         Turn(2, "BAN_PICK", 25000, 7),
+         &fresh,
+         {LogLine{kOkay, kGroupGen,
+                  "Received an out-of-bounds action set index in phase BAN_PICK: 7 (out of 4)"}},
+         {false, false}},
+        {"finalization names the timer by the next serial",
+         Turn(1, "BAN_PICK", 30000, 2),
+         Turn(2, "FINALIZATION", 40000, 2),
+         &fourSet,
+         {phaseLine(40000), creating(t5, "FINALIZATION", 30000),
+          UxShowTimer{t5, "FINALIZATION", 30000}},
+         {true, true}},
+        {"the session left",
+         Turn(1, "BAN_PICK", 30000, 2),
+         std::nullopt,
+         &fourSet,
+         {phaseLine(0)},
+         {true, false}},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        Effects got;
+        const UxStep step =
+            CheckUx(GameDtoRecord{row.previous}, GameDtoRecord{row.incoming}, *row.timers, got);
+        EXPECT_EQ(got, row.expected);
+        EXPECT_EQ(step, row.step);
+    }
+}
 
 TEST(UxTimersTest, ShowsAtOnceAndSetsTimersWhenDue) {
     struct Step {
