@@ -6,13 +6,16 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <type_traits>
 #include <utility>
+#include <variant>
 #include <vector>
 
 #include "framework/resources/ResourceEvents.h"
 #include "framework/rest/RestArguments.h"
 #include "teambuilder/champselect/ChampSelectResources.h"
 #include "teambuilder/champselect/DecimalPrefix.h"
+#include "teambuilder/champselect/DraftLists.h"
 #include "teambuilder/champselect/RawActionFields.h"
 #include "teambuilder/plugin/LobbyTeamBuilderPlugin.h"
 
@@ -20,7 +23,6 @@ namespace Orvan::Client::LobbyTeamBuilder {
 
 using Framework::Failure;
 using Framework::Maybe;
-using Framework::PluginResourceEventType;
 
 namespace {
 
@@ -75,85 +77,174 @@ bool Contains(const std::vector<int32_t>& sorted, int32_t id) {
     return std::binary_search(sorted.begin(), sorted.end(), id);
 }
 
-// Publishes one of the lists that follow the inventory: created when it
+// The change of one of the lists that follow the inventory: created when it
 // appears, updated while it stays, deleted when it goes. A list that cannot
 // be computed is left unpublished (and computed again with the next DTO);
-// one that was computed and converted is kept in `converted` until the
-// inventory changes.
+// one that was computed and converted is kept until the inventory changes.
 template <class Compute>
-void FollowInventory(LobbyTeamBuilderPlugin& plugin, std::string_view uri, bool had, bool has,
-                     std::optional<Framework::BindingProperty>& converted, Compute compute) {
-    const PluginResourceEventType eventType =
-        had ? PluginResourceEventType::Update : PluginResourceEventType::Create;
+void FollowInventory(std::vector<DraftListChange>& out, std::string_view uri, bool had, bool has,
+                     const std::optional<Framework::BindingProperty>& kept,
+                     const Framework::BindingTypeRegistry& registry, Compute compute) {
+    const ResourceEventType eventType = had ? ResourceEventType::Update : ResourceEventType::Create;
     if (has) {
-        if (!converted) {
-            auto list = compute();
-            if (!list) {
-                return;
-            }
-            Maybe<Framework::BindingProperty> value =
-                Framework::ToBindingValue(plugin.Registry(), *list);
-            if (!value) {
-                // Reports the failure as any other resource that does not convert.
-                plugin.PublishResource(uri, *list, eventType);
-                return;
-            }
-            converted = std::move(value).Value();
+        if (kept) {
+            out.push_back(DraftListChange{uri, eventType, &*kept});
+            return;
         }
-        plugin.PublishResourceValue(uri, eventType, *converted);
+        auto list = compute();
+        if (!list) {
+            return;
+        }
+        Maybe<Framework::BindingProperty> value = Framework::ToBindingValue(registry, *list);
+        if (!value) {
+            out.push_back(DraftListChange{uri, eventType, std::move(list).Value()});
+            return;
+        }
+        out.push_back(DraftListChange{uri, eventType, std::move(value).Value()});
     } else if (had) {
-        plugin.DeleteResource(uri);
+        out.push_back(DraftListChange{uri, ResourceEventType::Delete, std::monostate()});
     }
+}
+
+const Api::TbdInventory* InventoryOf(const DraftLists& lists) {
+    return lists.Inventory() ? &*lists.Inventory() : nullptr;
+}
+
+const Framework::BindingProperty* HeldProperty(const DraftListValue& value) {
+    if (const auto* kept = std::get_if<const Framework::BindingProperty*>(&value)) {
+        return *kept;
+    }
+    return std::get_if<Framework::BindingProperty>(&value);
 }
 
 }  // namespace
 
-void LobbyTeamBuilderPlugin::UpdateDraftLists(const GameDtoRecord& incoming) {
-    const bool had = draftLists_.Inventory().has_value();
+bool DraftListChange::operator==(const DraftListChange& other) const {
+    if (uri != other.uri || type != other.type) {
+        return false;
+    }
+    const Framework::BindingProperty* held = HeldProperty(value);
+    const Framework::BindingProperty* otherHeld = HeldProperty(other.value);
+    if (held != nullptr || otherHeld != nullptr) {
+        return held != nullptr && otherHeld != nullptr && *held == *otherHeld;
+    }
+    return value == other.value;
+}
+
+DraftListsChanges::InventoryStep CheckDraftInventory(const std::optional<Api::TbdInventory>& kept,
+                                                     const GameDtoRecord& incoming) {
+    using Step = DraftListsChanges::InventoryStep;
     const std::string_view phase = incoming.Phase();
-    // Back in the lobby or searching again: the next ready check brings a
-    // new inventory. Anything else keeps the inventory unless it brings one.
     if (!incoming.HasDto() || phase == kPhaseDraftPremade || phase == kPhaseMatchmaking) {
-        draftLists_.SetInventory(std::nullopt);
-    } else if (incoming.dto->afkCheckState && !incoming.dto->afkCheckState->inventoryDraft
-                                                   .lastSelectedSkinIdByChampionId.empty()) {
+        return Step::Drop;
+    }
+    if (incoming.dto->afkCheckState &&
+        !incoming.dto->afkCheckState->inventoryDraft.lastSelectedSkinIdByChampionId.empty()) {
         // The service repeats the inventory with every DTO of the ready check.
         const Api::TbdInventory& inventory = incoming.dto->afkCheckState->inventoryDraft;
-        const std::optional<Api::TbdInventory>& kept = draftLists_.Inventory();
         if (!kept || !SameInventory(*kept, inventory)) {
-            draftLists_.SetInventory(inventory);
+            return Step::Adopt;
         }
     }
-    const bool has = draftLists_.Inventory().has_value();
-    DraftLists::Converted& converted = draftLists_.ConvertedLists();
+    return Step::Keep;
+}
 
-    FollowInventory(*this, kPickableChampionsUri, had, has, converted.pickableChampions,
-                    [this] { return ComputePickableChampions(); });
+DraftListsChanges CheckDraftLists(const DraftLists& previous, const GameDtoRecord& incoming,
+                                  const Framework::BindingTypeRegistry& registry) {
+    using Step = DraftListsChanges::InventoryStep;
+    DraftListsChanges result;
+    result.inventory = CheckDraftInventory(previous.Inventory(), incoming);
+    const bool had = previous.Inventory().has_value();
+    // Computed from where it is, the incoming record's or the kept one: an
+    // adopted inventory is copied once, when it is kept.
+    const Api::TbdInventory* inventory = had ? &*previous.Inventory() : nullptr;
+    if (result.inventory == Step::Drop) {
+        inventory = nullptr;
+    } else if (result.inventory == Step::Adopt) {
+        inventory = &incoming.dto->afkCheckState->inventoryDraft;
+    }
+    const bool has = inventory != nullptr;
+    // Lists converted for an inventory that is replaced are converted again.
+    static const DraftLists::Converted kNothingConverted;
+    const DraftLists::Converted& kept =
+        result.inventory == Step::Keep ? previous.ConvertedLists() : kNothingConverted;
+    std::vector<DraftListChange>& out = result.changes;
+
+    FollowInventory(out, kPickableChampionsUri, had, has, kept.pickableChampions, registry,
+                    [&] { return ComputePickableChampions(inventory); });
 
     // The bannable list needs a draft as well as an inventory.
     const Api::ChampionSelectStateV1* state = ChampSelectStateOf(incoming);
     if (state != nullptr && !(had && !has)) {
         if (has) {
-            Maybe<Api::ChampSelectBannableChampions> bannable =
-                ComputeBannableChampions(state->actionSetList);
+            Maybe<Api::ChampSelectBannableChampions> bannable = ComputeBannableChampions(
+                inventory, state->actionSetList, previous.AllowsOptingOutOfBanning(), registry);
             if (bannable) {
-                PublishResource(
-                    kBannableChampionsUri, *bannable,
-                    had ? PluginResourceEventType::Update : PluginResourceEventType::Create);
+                out.push_back(
+                    DraftListChange{kBannableChampionsUri,
+                                    had ? ResourceEventType::Update : ResourceEventType::Create,
+                                    std::move(bannable).Value()});
             }
         }
     } else {
-        DeleteResource(kBannableChampionsUri);
+        out.push_back(
+            DraftListChange{kBannableChampionsUri, ResourceEventType::Delete, std::monostate()});
     }
 
-    FollowInventory(*this, kDisabledChampionsUri, had, has, converted.disabledChampions,
-                    [this] { return ComputeDisabledChampions(); });
-    FollowInventory(*this, kPickableSkinsUri, had, has, converted.pickableSkins,
-                    [this] { return ComputePickableSkins(); });
+    FollowInventory(out, kDisabledChampionsUri, had, has, kept.disabledChampions, registry,
+                    [&] { return ComputeDisabledChampions(inventory); });
+    FollowInventory(out, kPickableSkinsUri, had, has, kept.pickableSkins, registry,
+                    [&] { return ComputePickableSkins(inventory); });
+    return result;
 }
 
-Maybe<Api::ChampSelectPickableChampions> LobbyTeamBuilderPlugin::ComputePickableChampions() const {
-    const std::optional<Api::TbdInventory>& draftInventory = draftLists_.Inventory();
+void DraftLists::Keep(DraftListsChanges&& changes, const GameDtoRecord& incoming) {
+    using Step = DraftListsChanges::InventoryStep;
+    if (changes.inventory == Step::Drop) {
+        SetInventory(std::nullopt);
+    } else if (changes.inventory == Step::Adopt) {
+        SetInventory(incoming.dto->afkCheckState->inventoryDraft);
+    }
+    for (DraftListChange& change : changes.changes) {
+        auto* value = std::get_if<Framework::BindingProperty>(&change.value);
+        if (value == nullptr) {
+            continue;
+        }
+        if (change.uri == kPickableChampionsUri) {
+            converted_.pickableChampions = std::move(*value);
+        } else if (change.uri == kDisabledChampionsUri) {
+            converted_.disabledChampions = std::move(*value);
+        } else if (change.uri == kPickableSkinsUri) {
+            converted_.pickableSkins = std::move(*value);
+        }
+    }
+}
+
+void LobbyTeamBuilderPlugin::PublishDraftLists(const DraftListsChanges& changes) {
+    for (const DraftListChange& change : changes.changes) {
+        if (change.type == ResourceEventType::Delete) {
+            DeleteResource(change.uri);
+            continue;
+        }
+        std::visit(
+            [&](const auto& value) {
+                using T = std::decay_t<decltype(value)>;
+                if constexpr (std::is_same_v<T, const Framework::BindingProperty*>) {
+                    PublishResourceValue(change.uri, change.type, *value);
+                } else if constexpr (std::is_same_v<T, Framework::BindingProperty>) {
+                    PublishResourceValue(change.uri, change.type, value);
+                } else if constexpr (!std::is_same_v<T, std::monostate>) {
+                    // Converts it, or reports the failure as any other
+                    // resource that does not convert.
+                    PublishResource(change.uri, value, change.type);
+                }
+            },
+            change.value);
+    }
+}
+
+Maybe<Api::ChampSelectPickableChampions> ComputePickableChampions(
+    const Api::TbdInventory* draftInventory) {
     if (!draftInventory) {
         return Failure(kNoPickableChampions, 404);
     }
@@ -172,8 +263,8 @@ Maybe<Api::ChampSelectPickableChampions> LobbyTeamBuilderPlugin::ComputePickable
     return pickable;
 }
 
-Maybe<Api::ChampSelectDisabledChampions> LobbyTeamBuilderPlugin::ComputeDisabledChampions() const {
-    const std::optional<Api::TbdInventory>& draftInventory = draftLists_.Inventory();
+Maybe<Api::ChampSelectDisabledChampions> ComputeDisabledChampions(
+    const Api::TbdInventory* draftInventory) {
     if (!draftInventory) {
         return Failure(kNoDisabledChampions, 404);
     }
@@ -182,8 +273,7 @@ Maybe<Api::ChampSelectDisabledChampions> LobbyTeamBuilderPlugin::ComputeDisabled
     return disabled;
 }
 
-Maybe<Api::ChampSelectPickableSkins> LobbyTeamBuilderPlugin::ComputePickableSkins() const {
-    const std::optional<Api::TbdInventory>& draftInventory = draftLists_.Inventory();
+Maybe<Api::ChampSelectPickableSkins> ComputePickableSkins(const Api::TbdInventory* draftInventory) {
     if (!draftInventory) {
         return Failure(kNoPickableSkins, 404);
     }
@@ -192,23 +282,19 @@ Maybe<Api::ChampSelectPickableSkins> LobbyTeamBuilderPlugin::ComputePickableSkin
     return skins;
 }
 
-Maybe<Api::ChampSelectBannableChampions> LobbyTeamBuilderPlugin::ComputeBannableChampions(
-    const std::vector<Framework::BindingProperty>& actionSetList) const {
-    return ComputeBannableChampions(actionSetList, draftLists_.AllowsOptingOutOfBanning());
-}
-
-Maybe<Api::ChampSelectBannableChampions> LobbyTeamBuilderPlugin::ComputeBannableChampions(
-    const std::vector<Framework::BindingProperty>& actionSetList, bool allowOptingOut) const {
-    const std::optional<Api::TbdInventory>& draftInventory = draftLists_.Inventory();
+Maybe<Api::ChampSelectBannableChampions> ComputeBannableChampions(
+    const Api::TbdInventory* draftInventory,
+    const std::vector<Framework::BindingProperty>& actionSetList, bool allowOptingOut,
+    const Framework::BindingTypeRegistry& registry) {
     if (!draftInventory) {
         return Failure(kNoBannableChampions, 404);
     }
     std::vector<int32_t> excluded = draftInventory->disabledChampionIds;
     for (const Framework::BindingProperty& set : actionSetList) {
         for (const Framework::BindingProperty& action : set.Elements()) {
-            if (ReadActionField(Registry(), action, "type", std::string()) == "BAN" &&
-                ReadActionField(Registry(), action, "completed", false)) {
-                excluded.push_back(ReadActionField(Registry(), action, "championId", int32_t{0}));
+            if (ReadActionField(registry, action, "type", std::string()) == "BAN" &&
+                ReadActionField(registry, action, "completed", false)) {
+                excluded.push_back(ReadActionField(registry, action, "championId", int32_t{0}));
             }
         }
     }
@@ -226,6 +312,29 @@ Maybe<Api::ChampSelectBannableChampions> LobbyTeamBuilderPlugin::ComputeBannable
         bannable.championIds.push_back(-1);
     }
     return bannable;
+}
+
+Maybe<Api::ChampSelectPickableChampions> LobbyTeamBuilderPlugin::ComputePickableChampions() const {
+    return LobbyTeamBuilder::ComputePickableChampions(InventoryOf(draftLists_));
+}
+
+Maybe<Api::ChampSelectDisabledChampions> LobbyTeamBuilderPlugin::ComputeDisabledChampions() const {
+    return LobbyTeamBuilder::ComputeDisabledChampions(InventoryOf(draftLists_));
+}
+
+Maybe<Api::ChampSelectPickableSkins> LobbyTeamBuilderPlugin::ComputePickableSkins() const {
+    return LobbyTeamBuilder::ComputePickableSkins(InventoryOf(draftLists_));
+}
+
+Maybe<Api::ChampSelectBannableChampions> LobbyTeamBuilderPlugin::ComputeBannableChampions(
+    const std::vector<Framework::BindingProperty>& actionSetList) const {
+    return ComputeBannableChampions(actionSetList, draftLists_.AllowsOptingOutOfBanning());
+}
+
+Maybe<Api::ChampSelectBannableChampions> LobbyTeamBuilderPlugin::ComputeBannableChampions(
+    const std::vector<Framework::BindingProperty>& actionSetList, bool allowOptingOut) const {
+    return LobbyTeamBuilder::ComputeBannableChampions(InventoryOf(draftLists_), actionSetList,
+                                                      allowOptingOut, Registry());
 }
 
 }  // namespace Orvan::Client::LobbyTeamBuilder

@@ -70,8 +70,11 @@ void LobbyTeamBuilderPlugin::ApplyGameDtoRecord(GameDtoRecord incoming) {
     lobbyResources_.Keep(effects);
     effects.clear();
     effectsScratch_ = std::move(effects);
-    // Still publishes as it goes.
-    UpdateDraftLists(incoming);
+    // After the carry-out: a changed session may have changed the permission
+    // to ban nobody that the bannable list follows.
+    DraftListsChanges draftChanges = CheckDraftLists(draftLists_, incoming, Registry());
+    PublishDraftLists(draftChanges);
+    draftLists_.Keep(std::move(draftChanges), incoming);
     applyingDto_ = false;
     actionSetsRead_.Clear();
 

@@ -164,7 +164,9 @@ public:
     // leaving (the team boost a session starts with is kept on entering).
     void KeepChampSelectTransition(ChampSelectTransition transition, const GameDtoRecord& previous,
                                    const GameDtoRecord& incoming);
-    void UpdateDraftLists(const GameDtoRecord& incoming);
+    // Publishes the four lists' changes in their order; the kept values they
+    // point at must still be kept.
+    void PublishDraftLists(const DraftListsChanges& changes);
 
     // ---- Champion select: session model (champselect/ChampSelectConversion.cpp,
     // ChampSelectTimer.cpp) ----------------------------------------------------

@@ -1,12 +1,17 @@
 // The champion-select session's lifecycle as the host sees it: DTOs pushed
 // into the plugin's shared object, and the champion-select events, requests
 // and GET answers that follow; the draft inventory and its four lists; the
-// read routes without a session.
+// read routes without a session; the four lists' checker without a host.
 #include <gtest/gtest.h>
 
+#include <optional>
 #include <string>
+#include <string_view>
+#include <variant>
 #include <vector>
 
+#include "teambuilder/champselect/ChampSelectResources.h"
+#include "teambuilder/champselect/DraftLists.h"
 #include "tests/teambuilder/ChampSelectTestSupport.h"
 
 namespace Orvan::Client::LobbyTeamBuilder::Testing {
@@ -16,6 +21,208 @@ constexpr const char* kEnteredEvent = "\"GAMEFLOW_EVENT.ENTERED_CHAMP_SELECT\"";
 
 std::string Json(const BindingProperty& value) {
     return Framework::WriteJson(value);
+}
+
+// ---- The four lists' checker, host-free -----------------------------------
+
+using ListStep = DraftListsChanges::InventoryStep;
+
+struct KeptLists {
+    std::optional<TbdInventory> inventory;
+    bool converted = false;  // the three lists converted for it are kept
+    bool optOut = false;
+};
+
+// The kept converted lists are deliberately not what the inventory gives: a
+// change published from them shows the conversion was not repeated.
+constexpr int32_t kKeptMarker = 4242;
+
+DraftLists Lists(const KeptLists& kept) {
+    DraftLists lists;
+    lists.SetInventory(kept.inventory);
+    lists.KeepAllowsOptingOutOfBanning(kept.optOut);
+    if (kept.converted) {
+        ChampSelectPickableChampions pickable;
+        pickable.championIds = {kKeptMarker};
+        ChampSelectDisabledChampions disabled;
+        disabled.championIds = {kKeptMarker};
+        ChampSelectPickableSkins skins;
+        skins.skinIds = {kKeptMarker};
+        lists.ConvertedLists() = {ValueOf(pickable), ValueOf(disabled), ValueOf(skins)};
+    }
+    return lists;
+}
+
+DraftListChange Pickable(ResourceEventType type, std::vector<int32_t> ids) {
+    ChampSelectPickableChampions list;
+    list.championIds = std::move(ids);
+    return {kPickableChampionsUri, type, ValueOf(list)};
+}
+DraftListChange Disabled(ResourceEventType type, std::vector<int32_t> ids) {
+    ChampSelectDisabledChampions list;
+    list.championIds = std::move(ids);
+    return {kDisabledChampionsUri, type, ValueOf(list)};
+}
+DraftListChange Skins(ResourceEventType type, std::vector<int32_t> ids) {
+    ChampSelectPickableSkins list;
+    list.skinIds = std::move(ids);
+    return {kPickableSkinsUri, type, ValueOf(list)};
+}
+DraftListChange Bannable(ResourceEventType type, std::vector<int32_t> ids) {
+    ChampSelectBannableChampions list;
+    list.championIds = std::move(ids);
+    return {kBannableChampionsUri, type, list};
+}
+DraftListChange Gone(std::string_view uri) {
+    return {uri, ResourceEventType::Delete, std::monostate()};
+}
+
+// The lists whose value was converted with the DTO (and is to be kept).
+Strings NewlyConverted(const DraftListsChanges& changes) {
+    Strings uris;
+    for (const DraftListChange& change : changes.changes) {
+        if (std::holds_alternative<BindingProperty>(change.value)) {
+            uris.emplace_back(change.uri);
+        }
+    }
+    return uris;
+}
+
+TEST(DraftListsCheckTest, ChangesFromTheKeptListsToTheIncomingRecord) {
+    constexpr auto kCreate = ResourceEventType::Create;
+    constexpr auto kUpdate = ResourceEventType::Update;
+    TbdInventory other = Inventory();
+    other.lastSelectedSkinIdByChampionId = {{"5", 5001}, {"9", 9001}};
+    other.skinIds = {5001};
+    TbdInventory badKey = Inventory();
+    badKey.lastSelectedSkinIdByChampionId = {{"x7", 7001}};
+    const std::string pickable(kPickableChampionsUri);
+    const std::string disabled(kDisabledChampionsUri);
+    const std::string skins(kPickableSkinsUri);
+    struct Row {
+        const char* name;
+        KeptLists previous;
+        std::optional<TbdGameDtoV1> incoming;
+        ListStep step;
+        std::vector<DraftListChange> expected;
+        Strings converted;
+    };
+    const std::vector<Row> rows = {
+        {"a ready check brings the first inventory",
+         {},
+         ReadyCheckWith(1, Inventory()),
+         ListStep::Adopt,
+         {Pickable(kCreate, {7}), Gone(kBannableChampionsUri), Disabled(kCreate, {9}),
+          Skins(kCreate, {7001, 9002})},
+         {pickable, disabled, skins}},
+        {"the same inventory repeated publishes what was kept",
+         {Inventory(), true},
+         ReadyCheckWith(2, Inventory()),
+         ListStep::Keep,
+         {Pickable(kUpdate, {kKeptMarker}), Gone(kBannableChampionsUri),
+          Disabled(kUpdate, {kKeptMarker}), Skins(kUpdate, {kKeptMarker})},
+         {}},
+        {"a ready check without a skin map keeps the inventory",
+         {Inventory(), true},
+         ReadyCheck(2),
+         ListStep::Keep,
+         {Pickable(kUpdate, {kKeptMarker}), Gone(kBannableChampionsUri),
+          Disabled(kUpdate, {kKeptMarker}), Skins(kUpdate, {kKeptMarker})},
+         {}},
+        {"kept but never converted lists are converted now",
+         {Inventory(), false},
+         ReadyCheck(2),
+         ListStep::Keep,
+         {Pickable(kUpdate, {7}), Gone(kBannableChampionsUri), Disabled(kUpdate, {9}),
+          Skins(kUpdate, {7001, 9002})},
+         {pickable, disabled, skins}},
+        {"a different inventory converts its lists again",
+         {Inventory(), true},
+         ReadyCheckWith(2, other),
+         ListStep::Adopt,
+         {Pickable(kUpdate, {5}), Gone(kBannableChampionsUri), Disabled(kUpdate, {9}),
+          Skins(kUpdate, {5001})},
+         {pickable, disabled, skins}},
+        {"a draft adds its bans and the choice of banning nobody",
+         {Inventory(), true, true},
+         Draft(3),
+         ListStep::Keep,
+         {Pickable(kUpdate, {kKeptMarker}), Bannable(kUpdate, {5, -1}),
+          Disabled(kUpdate, {kKeptMarker}), Skins(kUpdate, {kKeptMarker})},
+         {}},
+        {"a draft bringing the first inventory creates the bannable list",
+         {},
+         [] {
+             TbdGameDtoV1 draft = Draft(3);
+             draft.afkCheckState.emplace().inventoryDraft = Inventory();
+             return draft;
+         }(),
+         ListStep::Adopt,
+         {Pickable(kCreate, {7}), Bannable(kCreate, {5}), Disabled(kCreate, {9}),
+          Skins(kCreate, {7001, 9002})},
+         {pickable, disabled, skins}},
+        {"a draft without an inventory publishes nothing", {}, Draft(3), ListStep::Keep, {}, {}},
+        {"a champion id that is not a number leaves its list out",
+         {},
+         ReadyCheckWith(1, badKey),
+         ListStep::Adopt,
+         {Gone(kBannableChampionsUri), Disabled(kCreate, {9}), Skins(kCreate, {7001, 9002})},
+         {disabled, skins}},
+        {"a search drops the inventory and its lists",
+         {Inventory(), true},
+         Searching(4),
+         ListStep::Drop,
+         {Gone(kPickableChampionsUri), Gone(kBannableChampionsUri), Gone(kDisabledChampionsUri),
+          Gone(kPickableSkinsUri)},
+         {}},
+        {"the lobby with nothing kept only deletes the bannable list",
+         {},
+         Premade(5, Slots(1)),
+         ListStep::Drop,
+         {Gone(kBannableChampionsUri)},
+         {}},
+        {"no DTO drops the inventory",
+         {Inventory(), true},
+         std::nullopt,
+         ListStep::Drop,
+         {Gone(kPickableChampionsUri), Gone(kBannableChampionsUri), Gone(kDisabledChampionsUri),
+          Gone(kPickableSkinsUri)},
+         {}},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        const DraftLists previous = Lists(row.previous);
+        const DraftListsChanges changes =
+            CheckDraftLists(previous, GameDtoRecord{row.incoming, 7}, Types());
+        EXPECT_EQ(changes.inventory, row.step);
+        EXPECT_EQ(changes.changes, row.expected);
+        EXPECT_EQ(NewlyConverted(changes), row.converted);
+    }
+}
+
+TEST(DraftListsCheckTest, KeepAdoptsTheInventoryAndConvertsOncePerInventory) {
+    DraftLists lists;
+    const GameDtoRecord readyCheck{ReadyCheckWith(1, Inventory()), 7};
+    lists.Keep(CheckDraftLists(lists, readyCheck, Types()), readyCheck);
+    ASSERT_TRUE(lists.Inventory().has_value());
+    EXPECT_EQ(*lists.Inventory(), Inventory());
+    EXPECT_EQ(
+        lists.ConvertedLists().pickableChampions,
+        std::optional(std::get<BindingProperty>(Pickable(ResourceEventType::Create, {7}).value)));
+
+    // Repeated: every list is published from what was kept.
+    const GameDtoRecord repeated{ReadyCheckWith(2, Inventory()), 7};
+    DraftListsChanges again = CheckDraftLists(lists, repeated, Types());
+    EXPECT_EQ(NewlyConverted(again), Strings());
+    EXPECT_EQ(again.changes.size(), 4U);
+    lists.Keep(std::move(again), repeated);
+    EXPECT_TRUE(lists.ConvertedLists().disabledChampions.has_value());
+
+    const GameDtoRecord searching{Searching(3), 7};
+    lists.Keep(CheckDraftLists(lists, searching, Types()), searching);
+    EXPECT_FALSE(lists.Inventory().has_value());
+    EXPECT_FALSE(lists.ConvertedLists().pickableChampions.has_value());
+    EXPECT_FALSE(lists.ConvertedLists().pickableSkins.has_value());
 }
 
 TEST(ChampSelectLifecycleTest, EnteringUpdatingAndLeavingPublishTheirEventsInOrder) {
