@@ -18,7 +18,6 @@
 
 namespace Orvan::Client::LobbyTeamBuilder {
 
-
 namespace {
 
 const std::vector<Framework::BindingProperty> kNoActionSets;
